@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace tallowick
+{
+
+struct SelfTestMode {
+    bool operator==(const SelfTestMode &) const = default;
+};
+
+struct IntegrationTestMode {
+    std::int64_t port = 0;
+    std::optional<std::string> ca;
+    bool operator==(const IntegrationTestMode &) const = default;
+};
+
+struct MakeIconMode {
+    std::string path;
+    bool operator==(const MakeIconMode &) const = default;
+};
+
+struct DesktopMode {
+    bool operator==(const DesktopMode &) const = default;
+};
+
+using EntryMode = std::variant<SelfTestMode, IntegrationTestMode, MakeIconMode, DesktopMode>;
+
+// Chooses the one mode to run. Arguments are whole, case-sensitive strings matched anywhere in
+// the list, the program's own path included. "--self-test" wins over everything; a malformed or
+// missing port, or a missing icon path, falls through to the desktop without an error.
+EntryMode chooseEntryMode(const std::vector<std::string> &arguments);
+
+// A base-10 signed 64-bit integer: optional "+" or "-", then digits only; overflow rejected.
+std::optional<std::int64_t> parsePortArgument(std::string_view text);
+
+// Runs a non-interactive mode: 0 when it returns, 1 when it throws, after writing the error's
+// message and one line feed to `errors`.
+int runNonInteractive(const std::function<void()> &mode, std::ostream &errors);
+
+} // namespace tallowick

@@ -1,0 +1,44 @@
+#include "app/EntryMode.h"
+#include "app/UnitChecks.h"
+
+#include <iostream>
+#include <mysql.h>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace
+{
+
+template <class... Handlers> struct Overloaded : Handlers... {
+    using Handlers::operator()...;
+};
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    using namespace tallowick;
+
+    // The client library is initialised once for the process and never shut down explicitly.
+    mysql_server_init(0, nullptr, nullptr);
+
+    const std::vector<std::string> arguments(argv, argv + argc);
+    return std::visit(
+        Overloaded {
+            [](const SelfTestMode &) { return runNonInteractive([] { runUnitChecks(std::cout); }, std::cerr); },
+            [](const IntegrationTestMode &) {
+                std::cout << "The integration checks are not available in this build yet.\n";
+                return 0;
+            },
+            [](const MakeIconMode &) {
+                std::cout << "Icon drawing is not available in this build yet.\n";
+                return 0;
+            },
+            [](const DesktopMode &) {
+                std::cout << "The desktop application is not available in this build yet.\n";
+                return 0;
+            },
+        },
+        chooseEntryMode(arguments));
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "core/QueryResult.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The program's one CSV dialect: comma separators, double-quote quoting, CR LF line ends on
+// output, and the unquoted two-character marker \N for SQL NULL.
+namespace tallowick::SQL
+{
+
+// Header line of quoted column names, then one line per row. Every present value is quoted (so
+// only an unquoted \N is NULL); every line, the last included, ends in CR LF.
+std::string csv(const QueryResult &result);
+
+// Rows of plain text cells. LF, CR and CR LF each end a row; a final line end adds no empty
+// row, a trailing comma keeps its empty field; rows are not padded. Whether \N means NULL is
+// the importer's decision. Throws AppError for a quoted field left open at the end.
+std::vector<std::vector<std::string>> parseCSV(std::string_view text);
+
+} // namespace tallowick::SQL

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace tallowick
+{
+
+// Byte-level helpers over UTF-8 text. A malformed sequence counts as one character that is
+// neither blank nor a letter, so bad input never matches more than it should.
+
+struct DecodedChar {
+    char32_t codePoint;
+    std::size_t length; // bytes taken by the character, at least 1
+};
+
+DecodedChar decodeUtf8At(std::string_view text, std::size_t pos);
+
+// Start of the character that ends just before `end` (which must be greater than zero).
+std::size_t previousCharStart(std::string_view text, std::size_t end);
+
+// The Unicode White_Space set: the ASCII blanks and line breaks, NEL, and the space and
+// separator characters.
+bool isUnicodeWhitespace(char32_t c);
+
+// Trims spaces and tabs only.
+std::string_view trimSpacesAndTabs(std::string_view text);
+
+// Trims every white-space and line-break character (Unicode White_Space).
+std::string_view trimWhitespace(std::string_view text);
+
+} // namespace tallowick
