@@ -6,7 +6,7 @@ target_compile_options(tallowick_options INTERFACE -Wall -Wextra -Wpedantic -Wsh
 if(TALLOWICK_WERROR)
     target_compile_options(tallowick_options INTERFACE -Werror)
 endif()
-target_compile_definitions(tallowick_options INTERFACE QT_NO_CONTEXTLESS_CONNECT QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII)
+target_compile_definitions(tallowick_options INTERFACE QT_NO_CONTEXTLESS_CONNECT QT_NO_KEYWORDS)
 target_include_directories(tallowick_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
 
 if(TALLOWICK_SANITIZE)

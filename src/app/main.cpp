@@ -1,4 +1,5 @@
 #include "app/EntryMode.h"
+#include "app/IntegrationChecks.h"
 #include "app/UnitChecks.h"
 
 #include <iostream>
@@ -27,9 +28,8 @@ int main(int argc, char *argv[])
     return std::visit(
         Overloaded {
             [](const SelfTestMode &) { return runNonInteractive([] { runUnitChecks(std::cout); }, std::cerr); },
-            [](const IntegrationTestMode &) {
-                std::cout << "The integration checks are not available in this build yet.\n";
-                return 0;
+            [](const IntegrationTestMode &mode) {
+                return runNonInteractive([&mode] { runIntegrationChecks(mode.port, mode.ca, std::cout); }, std::cerr);
             },
             [](const MakeIconMode &) {
                 std::cout << "Icon drawing is not available in this build yet.\n";

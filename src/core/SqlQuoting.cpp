@@ -16,17 +16,17 @@ bool needsHexLiteral(std::string_view text)
     return false;
 }
 
-std::string lowerHex(std::string_view bytes)
+void appendLowerHex(std::string &out, std::string_view bytes)
 {
     static constexpr char digits[] = "0123456789abcdef";
-    std::string hex;
-    hex.reserve(bytes.size() * 2);
+    const std::size_t start = out.size();
+    out.resize(start + bytes.size() * 2);
+    char *cursor = out.data() + start;
     for (const char c : bytes) {
         const auto byte = static_cast<unsigned char>(c);
-        hex.push_back(digits[byte >> 4]);
-        hex.push_back(digits[byte & 0x0F]);
+        *cursor++ = digits[byte >> 4];
+        *cursor++ = digits[byte & 0x0F];
     }
-    return hex;
 }
 
 } // namespace
@@ -65,7 +65,9 @@ std::string value(std::string_view text)
         return "''";
     }
     if (needsHexLiteral(text)) {
-        return "CONVERT(X'" + lowerHex(text) + "' USING utf8mb4)";
+        std::string literal;
+        appendUtf8HexLiteral(literal, text);
+        return literal;
     }
     std::string quoted;
     quoted.reserve(text.size() + 2);
@@ -79,9 +81,25 @@ std::string defaultLiteral(std::string_view text)
 {
     // Same decision as value(); only the CONVERT wrapper is dropped.
     if (!text.empty() && needsHexLiteral(text)) {
-        return "X'" + lowerHex(text) + "'";
+        std::string literal;
+        appendHexLiteral(literal, text);
+        return literal;
     }
     return value(text);
+}
+
+void appendHexLiteral(std::string &out, std::string_view bytes)
+{
+    out += "X'";
+    appendLowerHex(out, bytes);
+    out += '\'';
+}
+
+void appendUtf8HexLiteral(std::string &out, std::string_view bytes)
+{
+    out += "CONVERT(X'";
+    appendLowerHex(out, bytes);
+    out += "' USING utf8mb4)";
 }
 
 } // namespace tallowick::SQL

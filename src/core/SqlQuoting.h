@@ -36,4 +36,9 @@ inline std::string value(const char *text)
 // the bare X'..' literal instead of the CONVERT wrapper.
 std::string defaultLiteral(std::string_view text);
 
+// Literals of raw bytes for the schema-and-data export, appended to `out` to keep long exports
+// cheap: X'..' (binary data) and CONVERT(X'..' USING utf8mb4) (text), lower-case digits.
+void appendHexLiteral(std::string &out, std::string_view bytes);
+void appendUtf8HexLiteral(std::string &out, std::string_view bytes);
+
 } // namespace tallowick::SQL

@@ -1,0 +1,180 @@
+// The schema-and-data export: tables (structure, then one INSERT per row) and then views, read
+// inside one consistent snapshot and streamed to the file so memory stays flat.
+#include "client/MySQLConnection.h"
+#include "core/AppError.h"
+#include "core/SqlQuoting.h"
+
+#include <QDateTime>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace tallowick
+{
+
+namespace
+{
+
+class ExportFile
+{
+public:
+    explicit ExportFile(const std::string &path)
+        : m_file(std::fopen(path.c_str(), "wb"))
+    {
+        if (!m_file) {
+            throw AppError("Cannot create the backup file.");
+        }
+        std::setvbuf(m_file, nullptr, _IOFBF, 1 << 20);
+    }
+
+    ~ExportFile()
+    {
+        if (m_file) {
+            std::fclose(m_file);
+        }
+    }
+
+    ExportFile(const ExportFile &) = delete;
+    ExportFile &operator=(const ExportFile &) = delete;
+
+    void write(std::string_view text)
+    {
+        if (std::fwrite(text.data(), 1, text.size(), m_file) != text.size()) {
+            fail();
+        }
+    }
+
+    void close()
+    {
+        std::FILE *file = m_file;
+        m_file = nullptr;
+        if (std::fclose(file) != 0) {
+            fail();
+        }
+    }
+
+private:
+    [[noreturn]] static void fail()
+    {
+        throw AppError(std::string("Could not write the backup file: ") + std::strerror(errno) + ".");
+    }
+
+    std::FILE *m_file;
+};
+
+struct ListedObject {
+    std::string name;
+    bool view;
+};
+
+std::vector<ListedObject> listObjects(const QueryResult &listing)
+{
+    std::vector<ListedObject> objects;
+    for (const Row &row : listing.rows) {
+        if (row.size() < 2 || !row[0]) {
+            continue;
+        }
+        objects.push_back({ *row[0], row[1] == "VIEW" });
+    }
+    return objects;
+}
+
+std::string secondValueOfFirstRow(const QueryResult &result)
+{
+    if (result.rows.empty() || result.rows.front().size() < 2) {
+        return {};
+    }
+    return result.rows.front()[1].value_or("");
+}
+
+void appendValue(std::string &out, const char *value, unsigned long length, bool binary)
+{
+    if (!value) {
+        out += "NULL";
+    } else if (length == 0) {
+        out += "''";
+    } else if (binary) {
+        SQL::appendHexLiteral(out, std::string_view(value, length));
+    } else {
+        // Text travels as hex too, so no quoting or escaping rule of the server can change it.
+        SQL::appendUtf8HexLiteral(out, std::string_view(value, length));
+    }
+}
+
+} // namespace
+
+void MySQLConnection::backup(
+    const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress)
+{
+    const std::vector<ListedObject> objects = listObjects(query("SHOW FULL TABLES FROM " + SQL::identifier(database)));
+    ExportFile file(path);
+    const std::string timestamp = QDateTime::currentDateTimeUtc().toString(Qt::ISODate).toStdString();
+    file.write("-- Tallowick export · " + timestamp
+        + "\n-- Tables and views only. Routines, triggers, events, and user accounts are not included.\n"
+          "SET NAMES utf8mb4;\nSET FOREIGN_KEY_CHECKS=0;\nCREATE DATABASE IF NOT EXISTS "
+        + SQL::identifier(database) + ";\nUSE " + SQL::identifier(database) + ";\n\n");
+
+    query("SET TRANSACTION ISOLATION LEVEL REPEATABLE READ");
+    query("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+    try {
+        for (const ListedObject &table : objects) {
+            if (table.view) {
+                continue;
+            }
+            progress(table.name);
+            const std::string create
+                = secondValueOfFirstRow(query("SHOW CREATE TABLE " + SQL::qualified(database, table.name)));
+            file.write("-- Table " + SQL::identifier(table.name) + "\n" + create + ";\n");
+
+            // Generated columns are never exported as data: the server computes them again.
+            std::string columnList;
+            for (const ColumnInfo &column : columns(database, table.name)) {
+                if (!column.generated()) {
+                    columnList += (columnList.empty() ? "" : ", ") + SQL::identifier(column.name);
+                }
+            }
+            if (!columnList.empty()) {
+                if (!isConnected()) {
+                    throw AppError("The connection closed during export.");
+                }
+                const std::string insertPrefix
+                    = "INSERT INTO " + SQL::identifier(table.name) + " (" + columnList + ") VALUES (";
+                std::string statement;
+                streamRows(
+                    "SELECT " + columnList + " FROM " + SQL::qualified(database, table.name), [&](const RawRow &row) {
+                        statement = insertPrefix;
+                        for (std::size_t i = 0; i < row.binaryColumns.size(); ++i) {
+                            if (i > 0) {
+                                statement += ", ";
+                            }
+                            appendValue(statement, row.values[i], row.lengths[i], row.binaryColumns[i]);
+                        }
+                        statement += ");\n";
+                        file.write(statement);
+                    });
+            }
+            file.write("\n");
+        }
+        // Views after every table, so their base tables exist when the file is replayed.
+        for (const ListedObject &view : objects) {
+            if (!view.view) {
+                continue;
+            }
+            progress(view.name);
+            file.write(
+                secondValueOfFirstRow(query("SHOW CREATE VIEW " + SQL::qualified(database, view.name))) + ";\n\n");
+        }
+        query("COMMIT");
+        file.write("SET FOREIGN_KEY_CHECKS=1;\n-- Export complete.\n");
+        file.close();
+    } catch (...) {
+        try {
+            query("ROLLBACK");
+        } catch (const AppError &) {
+            // The export's own error is the one worth reporting.
+        }
+        throw;
+    }
+}
+
+} // namespace tallowick

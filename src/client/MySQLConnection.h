@@ -1,0 +1,96 @@
+#pragma once
+
+#include "core/ColumnInfo.h"
+#include "core/ConnectionProfile.h"
+#include "core/QueryResult.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+struct st_mysql;
+
+namespace tallowick
+{
+
+// The program's one wrapper around a MariaDB Connector/C connection. It owns at most one handle,
+// applies the fixed client options and the profile's TLS policy, and turns every client-library
+// failure into an AppError reading "MySQL <errno>: <text>".
+//
+// Not thread-safe: every call on one object comes from one thread at a time (the owning
+// session's lane), inside a ClientThreadScope. Nothing reconnects by itself.
+class MySQLConnection
+{
+public:
+    static constexpr std::int64_t defaultMaxRows = 10000;
+
+    explicit MySQLConnection(ConnectionProfile profile);
+    ~MySQLConnection();
+
+    MySQLConnection(const MySQLConnection &) = delete;
+    MySQLConnection &operator=(const MySQLConnection &) = delete;
+
+    // Opens (or re-opens) the connection. The password is used for this call only and never
+    // kept. A failure always leaves the object disconnected.
+    void connect(const std::string &password);
+    void use(const std::string &database);
+    void close();
+
+    bool isConnected() const { return m_handle != nullptr; }
+    const ConnectionProfile &profile() const { return m_profile; }
+    const std::string &version() const { return m_version; }
+    const std::string &cipher() const { return m_cipher; } // empty when the link is not encrypted
+    std::uint64_t connectionID() const { return m_connectionID; }
+
+    // Sends one statement and streams its result, keeping at most `maxRows` rows; the rest are
+    // read and dropped unconverted so the connection stays in step with the server.
+    QueryResult query(const std::string &sql, std::int64_t maxRows = defaultMaxRows);
+
+    // The table's columns from SHOW FULL COLUMNS, in table order.
+    std::vector<ColumnInfo> columns(const std::string &database, const std::string &table);
+
+    // Writes one grid cell back to its base table, pinned by the full primary key and by the
+    // cell's old value, so an edit against a row another session changed fails instead of
+    // touching nothing or the wrong row. No value means SQL NULL.
+    void updateCell(const QueryResult &result, std::int64_t row, std::int64_t column, const Cell &value);
+
+    // Deletes the base-table row behind row `row` of a result read from `database`.`table`.
+    void deleteRow(const QueryResult &result, std::int64_t row, const std::string &database, const std::string &table);
+
+    void createUser(const std::string &name, const std::string &host, const std::string &password);
+
+    // A string literal escaped by the live connection, following its character set and SQL mode.
+    std::string stringLiteral(const std::string &text) const;
+
+    // Writes the database's tables (structure and rows) and then its views to `path` as a SQL
+    // script, read inside one consistent snapshot. `progress` gets each object's name before it
+    // is written, on the calling thread. Memory stays flat whatever the table sizes.
+    void backup(
+        const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress);
+
+    // One streamed row of raw bytes: values[i] is nullptr for SQL NULL.
+    struct RawRow {
+        const std::vector<bool> &binaryColumns;
+        char **values;
+        const unsigned long *lengths;
+    };
+
+    // Sends `sql` and hands every row, uncapped and unconverted, to `onRow`.
+    void streamRows(const std::string &sql, const std::function<void(const RawRow &)> &onRow);
+
+private:
+    [[noreturn]] void throwClientError() const;
+    [[noreturn]] void closeAndRethrow();
+    void applyOptions();
+    st_mysql *requireHandle() const;
+    void refuseWhenReadOnly() const;
+
+    st_mysql *m_handle = nullptr;
+    const ConnectionProfile m_profile;
+    std::string m_version;
+    std::string m_cipher;
+    std::uint64_t m_connectionID = 0;
+};
+
+} // namespace tallowick

@@ -1,0 +1,159 @@
+#include "app/CheckRunner.h"
+#include "app/EntryMode.h"
+#include "core/AppError.h"
+
+#include <QTest>
+#include <sstream>
+
+using namespace tallowick;
+
+Q_DECLARE_METATYPE(tallowick::EntryMode)
+
+class TestEntryMode final : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void choosesMode_data();
+    void choosesMode();
+    void parsesPorts_data();
+    void parsesPorts();
+    void failingModeWritesMessageAndLineFeed();
+    void succeedingModeWritesNothing();
+    void checksStopAtFirstFailure();
+    void throwingCheckCountsAsFailure();
+};
+
+void TestEntryMode::choosesMode_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<EntryMode>("expected");
+
+    const EntryMode desktop = DesktopMode {};
+    QTest::newRow("no arguments") << QStringList { "tallowick" } << desktop;
+    QTest::newRow("self-test") << QStringList { "tallowick", "--self-test" } << EntryMode(SelfTestMode {});
+    QTest::newRow("self-test wins over integration")
+        << QStringList { "tallowick", "--integration-test", "3306", "--self-test" } << EntryMode(SelfTestMode {});
+    QTest::newRow("self-test matched as the program path")
+        << QStringList { "--self-test" } << EntryMode(SelfTestMode {});
+    QTest::newRow("integration without CA") << QStringList { "tallowick", "--integration-test", "3306" }
+                                            << EntryMode(IntegrationTestMode { 3306, std::nullopt });
+    QTest::newRow("integration with CA") << QStringList {
+        "tallowick", "--ca", "/tmp/ca.pem", "--integration-test", "3307"
+    } << EntryMode(IntegrationTestMode { 3307, "/tmp/ca.pem" });
+    QTest::newRow("integration with plus sign") << QStringList { "tallowick", "--integration-test", "+3306" }
+                                                << EntryMode(IntegrationTestMode { 3306, std::nullopt });
+    QTest::newRow("port outside TCP range still reaches the checks")
+        << QStringList { "tallowick", "--integration-test", "-1" }
+        << EntryMode(IntegrationTestMode { -1, std::nullopt });
+    QTest::newRow("--ca last runs without a CA") << QStringList { "tallowick", "--integration-test", "3306", "--ca" }
+                                                 << EntryMode(IntegrationTestMode { 3306, std::nullopt });
+    QTest::newRow("first --integration-test is used")
+        << QStringList { "tallowick", "--integration-test", "word", "--integration-test", "3306" } << desktop;
+    QTest::newRow("integration last falls through") << QStringList { "tallowick", "--integration-test" } << desktop;
+    QTest::newRow("integration with a word falls through")
+        << QStringList { "tallowick", "--integration-test", "mysql" } << desktop;
+    QTest::newRow("integration with blank port falls through")
+        << QStringList { "tallowick", "--integration-test", " 3306" } << desktop;
+    QTest::newRow("integration failure falls to make-icon")
+        << QStringList { "tallowick", "--integration-test", "x", "--make-icon", "/tmp/icon.png" }
+        << EntryMode(MakeIconMode { "/tmp/icon.png" });
+    QTest::newRow("make-icon") << QStringList { "tallowick", "--make-icon", "out.png" }
+                               << EntryMode(MakeIconMode { "out.png" });
+    QTest::newRow("make-icon last falls through") << QStringList { "tallowick", "--make-icon" } << desktop;
+    QTest::newRow("matching is case-sensitive") << QStringList { "tallowick", "--Self-Test" } << desktop;
+    QTest::newRow("matching is whole-argument") << QStringList { "tallowick", "--self-test=1" } << desktop;
+}
+
+void TestEntryMode::choosesMode()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(EntryMode, expected);
+    std::vector<std::string> list;
+    for (const QString &argument : arguments) {
+        list.push_back(argument.toStdString());
+    }
+    QVERIFY(chooseEntryMode(list) == expected);
+}
+
+void TestEntryMode::parsesPorts_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("valid");
+    QTest::addColumn<qint64>("value");
+
+    QTest::newRow("3306") << "3306" << true << qint64(3306);
+    QTest::newRow("+3306") << "+3306" << true << qint64(3306);
+    QTest::newRow("-5") << "-5" << true << qint64(-5);
+    QTest::newRow("int64 max") << "9223372036854775807" << true << std::numeric_limits<qint64>::max();
+    QTest::newRow("int64 min") << "-9223372036854775808" << true << std::numeric_limits<qint64>::min();
+    QTest::newRow("overflow") << "9223372036854775808" << false << qint64(0);
+    QTest::newRow("empty") << "" << false << qint64(0);
+    QTest::newRow("sign only") << "+" << false << qint64(0);
+    QTest::newRow("double sign") << "+-1" << false << qint64(0);
+    QTest::newRow("trailing blank") << "3306 " << false << qint64(0);
+    QTest::newRow("hex") << "0x10" << false << qint64(0);
+    QTest::newRow("decimal point") << "33.06" << false << qint64(0);
+}
+
+void TestEntryMode::parsesPorts()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, valid);
+    QFETCH(qint64, value);
+    const std::optional<std::int64_t> port = parsePortArgument(text.toStdString());
+    QCOMPARE(port.has_value(), valid);
+    if (valid) {
+        QCOMPARE(*port, value);
+    }
+}
+
+void TestEntryMode::failingModeWritesMessageAndLineFeed()
+{
+    std::ostringstream errors;
+    const int status = runNonInteractive([] { throw AppError("FAIL: something specific"); }, errors);
+    QCOMPARE(status, 1);
+    QCOMPARE(errors.str(), std::string("FAIL: something specific\n"));
+}
+
+void TestEntryMode::succeedingModeWritesNothing()
+{
+    std::ostringstream errors;
+    QCOMPARE(runNonInteractive([] {}, errors), 0);
+    QVERIFY(errors.str().empty());
+}
+
+void TestEntryMode::checksStopAtFirstFailure()
+{
+    int laterRuns = 0;
+    const std::vector<NamedCheck> checks {
+        { "first", [] { return true; } },
+        { "second", [] { return true; } },
+        { "broken", [] { return false; } },
+        { "after",
+            [&laterRuns] {
+                ++laterRuns;
+                return true;
+            } },
+    };
+    std::ostringstream out;
+    try {
+        runChecks(checks, out);
+        QFAIL("a failing check must throw");
+    } catch (const AppError &error) {
+        QCOMPARE(error.message(), std::string("FAIL: broken"));
+    }
+    QCOMPARE(out.str(), std::string("PASS: first\nPASS: second\n"));
+    QCOMPARE(laterRuns, 0);
+}
+
+void TestEntryMode::throwingCheckCountsAsFailure()
+{
+    const std::vector<NamedCheck> checks { { "throws", []() -> bool { throw std::runtime_error("boom"); } } };
+    std::ostringstream out;
+    QVERIFY_THROWS_EXCEPTION(AppError, runChecks(checks, out));
+    QVERIFY(out.str().empty());
+}
+
+QTEST_GUILESS_MAIN(TestEntryMode)
+#include "TestEntryMode.moc"
