@@ -1,14 +1,12 @@
 #pragma once
 
+#include "core/Utf8Text.h"
+
 #include <string>
 #include <string_view>
 
 namespace tallowick
 {
-
-// UTF-8 text with every invalid sequence replaced by U+FFFD (one per maximal invalid subpart),
-// never dropped and never an error. Valid input comes back unchanged.
-std::string repairedUtf8(std::string_view bytes);
 
 // "0x" followed by two upper-case hexadecimal digits per byte: how binary values are shown.
 std::string hexDisplay(std::string_view bytes);

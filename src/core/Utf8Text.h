@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace tallowick
@@ -28,5 +29,11 @@ std::string_view trimSpacesAndTabs(std::string_view text);
 
 // Trims every white-space and line-break character (Unicode White_Space).
 std::string_view trimWhitespace(std::string_view text);
+
+// UTF-8 text with every invalid sequence replaced by U+FFFD (one per maximal invalid subpart),
+// never dropped and never an error. Valid input comes back unchanged.
+std::string repairedUtf8(std::string_view bytes);
+
+bool isValidUtf8(std::string_view bytes);
 
 } // namespace tallowick

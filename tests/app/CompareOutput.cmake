@@ -1,6 +1,9 @@
 # cmake -DPROGRAM=... -DARGS="a;b" -DEXPECTED=file -P CompareOutput.cmake
 # Runs PROGRAM and requires exit status 0, empty standard error and standard output equal, byte
 # for byte, to the EXPECTED file.
+# Placeholders for values only known when the test runs (the disposable server's port and CA).
+string(REPLACE "@TEST_PORT@" "$ENV{TALLOWICK_TEST_PORT}" ARGS "${ARGS}")
+string(REPLACE "@TEST_CA@" "$ENV{TALLOWICK_TEST_CA}" ARGS "${ARGS}")
 execute_process(
     COMMAND ${PROGRAM} ${ARGS}
     RESULT_VARIABLE status

@@ -1,0 +1,85 @@
+// Times the client against the server's own command-line tools. Run by scripts/bench, which
+// starts the disposable server, wraps every run in /usr/bin/time and prints the ratios.
+//
+//   tallowick_client_bench setup <database> <rows>   create <database>.bench with <rows> rows
+//   tallowick_client_bench drain <database>          SELECT * with the grid's 10,000-row cap
+//   tallowick_client_bench export <database> <path>  the schema-and-data export
+//
+// The account comes from TALLOWICK_TEST_USER / TALLOWICK_TEST_PASSWORD / TALLOWICK_TEST_PORT.
+#include "client/ClientThreadScope.h"
+#include "client/MySQLConnection.h"
+#include "core/SqlQuoting.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <mysql.h>
+#include <string>
+
+using namespace tallowick;
+
+namespace
+{
+
+std::string environment(const char *name)
+{
+    const char *value = std::getenv(name);
+    return value ? value : "";
+}
+
+std::unique_ptr<MySQLConnection> connectToTestServer()
+{
+    ConnectionProfile profile;
+    profile.name = "Benchmark";
+    profile.host = "127.0.0.1";
+    profile.port = std::stoll(environment("TALLOWICK_TEST_PORT"));
+    profile.user = environment("TALLOWICK_TEST_USER");
+    auto connection = std::make_unique<MySQLConnection>(profile);
+    connection->connect(environment("TALLOWICK_TEST_PASSWORD"));
+    return connection;
+}
+
+void setUp(const std::string &database, long rows)
+{
+    const auto connection = connectToTestServer();
+    connection->query("DROP DATABASE IF EXISTS " + SQL::identifier(database));
+    connection->query("CREATE DATABASE " + SQL::identifier(database) + " CHARACTER SET utf8mb4");
+    connection->use(database);
+    connection->query("CREATE TABLE bench (id INT PRIMARY KEY, name VARCHAR(100), notes TEXT, amount DOUBLE, "
+                      "created DATETIME, payload VARBINARY(32)) ENGINE=InnoDB");
+    connection->query("INSERT INTO bench SELECT seq, CONCAT('customer-', seq), REPEAT(CONCAT('note ', seq, ' '), 4), "
+                      "seq * 1.25, '2026-01-01 00:00:00' - INTERVAL seq SECOND, UNHEX(SHA1(seq)) FROM seq_1_to_"
+        + std::to_string(rows));
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    mysql_server_init(0, nullptr, nullptr);
+    const ClientThreadScope scope;
+    const std::string mode = argc > 1 ? argv[1] : "";
+    try {
+        const auto start = std::chrono::steady_clock::now();
+        std::size_t rows = 0;
+        if (mode == "setup" && argc == 4) {
+            setUp(argv[2], std::stol(argv[3]));
+        } else if (mode == "drain" && argc == 3) {
+            const QueryResult result
+                = connectToTestServer()->query("SELECT * FROM " + SQL::qualified(argv[2], "bench"));
+            rows = result.rows.size();
+        } else if (mode == "export" && argc == 4) {
+            connectToTestServer()->backup(argv[2], argv[3], [](const std::string &) {});
+        } else {
+            std::cerr << "usage: tallowick_client_bench setup DB ROWS | drain DB | export DB PATH\n";
+            return 2;
+        }
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        std::cout << mode << " kept_rows=" << rows << " seconds=" << seconds << '\n';
+    } catch (const std::exception &error) {
+        std::cerr << error.what() << '\n';
+        return 1;
+    }
+    return 0;
+}

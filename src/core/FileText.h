@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QByteArray>
+#include <QFileDevice>
+#include <optional>
+#include <string>
+
+namespace tallowick
+{
+
+// Replaces the file at `path` atomically: the data goes to a temporary file in the same folder,
+// which then takes the final name, so readers see the old content or the new, never a mix.
+// With `permissions`, they are set on the final file. Throws AppError with the system's reason.
+void writeFileAtomically(const std::string &path,
+    const QByteArray &data,
+    std::optional<QFileDevice::Permissions> permissions = std::nullopt);
+
+// The whole file. Throws AppError with the system's reason.
+QByteArray readWholeFile(const std::string &path);
+
+// Owner read and write only.
+inline constexpr QFileDevice::Permissions ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+
+} // namespace tallowick

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "credentials/SecretStore.h"
+
+#include <chrono>
+
+namespace tallowick
+{
+
+// The freedesktop Secret Service (GNOME Keyring, KWallet) through QtKeychain. Insecure fallback
+// stays off, so a password is never written to a file.
+//
+// QtKeychain's jobs belong to the thread of the application object, so each call hands its job
+// to that thread and waits for the answer on the calling thread, which must be a background
+// thread. A keyring that does not answer within `timeout` (no Secret Service running, a bus that
+// never replies) is reported as a failure instead of a hang.
+class QtKeychainStore final : public SecretStore
+{
+public:
+    explicit QtKeychainStore(std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+    SecretOutcome read(const std::string &account) override;
+    SecretOutcome write(const std::string &account, const std::string &data) override;
+    SecretOutcome remove(const std::string &account) override;
+
+private:
+    enum class Operation { read, write, remove };
+    SecretOutcome run(Operation operation, const std::string &account, const std::string &data);
+
+    std::chrono::milliseconds m_timeout;
+};
+
+} // namespace tallowick

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QThreadPool>
+#include <utility>
+
+namespace tallowick
+{
+
+// Runs `then` on the main thread, later, and only if `receiver` still exists by then. Safe to
+// call from any thread: the receiver is only looked at on the main thread.
+template <typename Receiver, typename Then> void postToMainThread(const QPointer<Receiver> &receiver, Then then)
+{
+    QMetaObject::invokeMethod(
+        QCoreApplication::instance(),
+        [receiver, then = std::move(then)]() mutable {
+            if (receiver) {
+                then(*receiver);
+            }
+        },
+        Qt::QueuedConnection);
+}
+
+// Runs `work` on the global background pool (never on a session's lane).
+template <typename Work> void runInBackground(Work work)
+{
+    QThreadPool::globalInstance()->start(std::move(work));
+}
+
+} // namespace tallowick

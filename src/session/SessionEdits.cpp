@@ -1,0 +1,218 @@
+// Cell edits, row deletes, CSV and schema exports, script import, saving a query and the query
+// builder's column lists.
+#include "client/MySQLConnection.h"
+#include "core/AppError.h"
+#include "core/Csv.h"
+#include "core/FileText.h"
+#include "core/Utf8Text.h"
+#include "core/UuidText.h"
+#include "session/MainThread.h"
+#include "session/ServerSession.h"
+#include "session/UserPrompts.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <cstdio>
+
+namespace tallowick
+{
+
+namespace
+{
+
+constexpr std::size_t largestImportBytes = 20'000'000;
+
+// Puts `value` into the cell (row, column) of `result`, when that cell exists.
+void replaceCell(QueryResult &result, std::int64_t row, std::int64_t column, const Cell &value)
+{
+    if (row >= 0 && static_cast<std::size_t>(row) < result.rows.size() && column >= 0
+        && static_cast<std::size_t>(column) < result.rows[static_cast<std::size_t>(row)].size()) {
+        result.rows[static_cast<std::size_t>(row)][static_cast<std::size_t>(column)] = value;
+    }
+}
+
+} // namespace
+
+void ServerSession::editCell(std::int64_t row, std::int64_t column, const Cell &value)
+{
+    const QueryResult target = currentResult();
+    if (row < 0 || static_cast<std::size_t>(row) >= target.rows.size() || column < 0
+        || static_cast<std::size_t>(column) >= target.fields.size()) {
+        return;
+    }
+    const WorkspaceMode editedIn = m_mode;
+    const QUuid tabId = m_activeTab;
+    perform(
+        "Saving cell…",
+        [target, row, column, value](MySQLConnection &client) { client.updateCell(target, row, column, value); },
+        [editedIn, tabId, resultId = target.id, row, column, value](ServerSession &session) {
+            if (editedIn == WorkspaceMode::data) {
+                session.browse();
+            } else if (QueryTab *tab = session.findTab(tabId)) {
+                // Shown at once without re-running; values the server derives are not refreshed.
+                session.changeTabs([tab, resultId, row, column, &value](QueryTabs &) {
+                    if (tab->result && tab->result->id == resultId) {
+                        replaceCell(*tab->result, row, column, value);
+                    }
+                    for (QueryResult &stored : tab->results) {
+                        if (stored.id == resultId) {
+                            replaceCell(stored, row, column, value);
+                        }
+                    }
+                });
+            }
+            session.setStatus("Cell saved · rerun the query to refresh derived values");
+        });
+}
+
+void ServerSession::deleteSelectedRow()
+{
+    if (m_mode != WorkspaceMode::data || m_selectedRow < 0
+        || static_cast<std::size_t>(m_selectedRow) >= m_tableResult.rows.size()) {
+        return;
+    }
+    if (!m_prompts.confirmAction("Delete this row?",
+            "This permanently deletes one row from " + m_profile.name + " / " + m_database + " / " + m_selectedTable
+                + ".",
+            "Delete row")) {
+        return;
+    }
+    perform(
+        "Deleting row…",
+        [result = m_tableResult, row = m_selectedRow, database = m_database, table = m_selectedTable](
+            MySQLConnection &client) { client.deleteRow(result, row, database, table); },
+        [](ServerSession &session) { session.browse(); });
+}
+
+void ServerSession::exportCSV()
+{
+    const std::optional<std::string> path = m_prompts.chooseFileToSave("query-results.csv", UserPrompts::FileKind::csv);
+    if (!path) {
+        return;
+    }
+    const QueryResult shown = currentResult();
+    try {
+        writeFileAtomically(*path, QByteArray::fromStdString(SQL::csv(shown)));
+    } catch (const AppError &failure) {
+        setError(failure.message());
+        return;
+    }
+    setStatus("Exported " + std::to_string(shown.rows.size()) + " displayed rows");
+}
+
+void ServerSession::backup()
+{
+    if (m_database.empty()) {
+        setError("Select a database first.");
+        return;
+    }
+    if (m_busy) {
+        return;
+    }
+    const std::optional<std::string> destination
+        = m_prompts.chooseFileToSave(m_database + "-export.sql", UserPrompts::FileKind::sql);
+    if (!destination) {
+        return;
+    }
+    // The dump goes to a temporary file next to the destination and replaces it only when
+    // complete, so a failed export never overwrites an earlier good file.
+    const QString folder = QFileInfo(QString::fromStdString(*destination)).absolutePath();
+    const std::string partial
+        = QDir(folder).filePath(QString::fromStdString("." + uuidText(QUuid::createUuid()) + ".partial")).toStdString();
+    const QPointer<ServerSession> guard(this);
+    perform(
+        "Exporting schema and data…",
+        [guard, database = m_database, partial, destination = *destination](MySQLConnection &client) {
+            try {
+                client.backup(database, partial, [guard](const std::string &name) {
+                    postToMainThread(guard, [name](ServerSession &session) {
+                        if (session.busy()) {
+                            session.setStatus("Exporting " + name + "…");
+                        }
+                    });
+                });
+                if (std::rename(partial.c_str(), destination.c_str()) != 0) {
+                    throw AppError("Could not replace " + destination + " with the finished export.");
+                }
+            } catch (...) {
+                std::remove(partial.c_str());
+                throw;
+            }
+        },
+        [destination = *destination](
+            ServerSession &session) { session.setStatus("Schema and data exported to " + destination); });
+}
+
+void ServerSession::importSQL()
+{
+    const std::optional<std::string> path = m_prompts.chooseFileToOpen(UserPrompts::FileKind::sql);
+    if (!path) {
+        return;
+    }
+    const QFileInfo info(QString::fromStdString(*path));
+    // Checked before reading, so a huge file is never pulled into memory.
+    if (info.exists() && static_cast<std::size_t>(info.size()) > largestImportBytes) {
+        setError("Use a command-line import for scripts larger than 20 MB.");
+        return;
+    }
+    std::string text;
+    try {
+        text = readWholeFile(*path).toStdString();
+    } catch (const AppError &failure) {
+        setError(failure.message());
+        return;
+    }
+    if (text.size() > largestImportBytes) {
+        setError("Use a command-line import for scripts larger than 20 MB.");
+        return;
+    }
+    if (!isValidUtf8(text)) {
+        setError("The file " + info.fileName().toStdString() + " is not UTF-8 text.");
+        return;
+    }
+    newTab(text, info.fileName().toStdString());
+    setStatus("Script loaded for review. Run to import.");
+}
+
+void ServerSession::saveQuery()
+{
+    if (m_tabs.empty()) {
+        return;
+    }
+    const QUuid tabId = m_tabs[tabIndex()].id;
+    const std::optional<std::string> path
+        = m_prompts.chooseFileToSave(m_tabs[tabIndex()].title + ".sql", UserPrompts::FileKind::sql);
+    QueryTab *tab = findTab(tabId);
+    if (!path || !tab) {
+        return;
+    }
+    try {
+        writeFileAtomically(*path, QByteArray::fromStdString(tab->sql));
+    } catch (const AppError &failure) {
+        setError(failure.message());
+        return;
+    }
+    const std::string title = QFileInfo(QString::fromStdString(*path)).completeBaseName().toStdString();
+    changeTabs([tab, &title](QueryTabs &) {
+        tab->title = title;
+        tab->dirty = false;
+    });
+    setStatus("Query saved");
+}
+
+void ServerSession::loadBuilderColumns(const std::string &table)
+{
+    if (table.empty() || m_builderColumns.count(table) > 0) {
+        return;
+    }
+    perform<ColumnList>(
+        "Loading query-builder columns…",
+        [database = m_database, table](MySQLConnection &client) { return client.columns(database, table); },
+        [table](ServerSession &session, const ColumnList &columns) {
+            ColumnLists lists = session.m_builderColumns;
+            lists[table] = columns;
+            session.setBuilderColumns(lists);
+        });
+}
+
+} // namespace tallowick

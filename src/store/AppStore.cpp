@@ -1,0 +1,279 @@
+#include "store/AppStore.h"
+
+#include "core/AppError.h"
+#include "core/ConnectionProfileJson.h"
+#include "core/FileText.h"
+#include "core/QueryLogJson.h"
+#include "credentials/Keychain.h"
+#include "session/MainThread.h"
+#include "session/ServerSession.h"
+#include "session/UserPrompts.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <algorithm>
+
+namespace tallowick
+{
+
+namespace
+{
+
+std::string defaultFolder()
+{
+    QString base = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    if (base.isEmpty()) {
+        base = QDir::homePath() + QStringLiteral("/.local/share");
+    }
+    return QDir(base).filePath(QStringLiteral("Tallowick")).toStdString();
+}
+
+} // namespace
+
+AppStore::AppStore(const std::optional<std::string> &folder, Keychain &keychain, UserPrompts &prompts, QObject *parent)
+    : QObject(parent)
+    , m_folder(folder.value_or(defaultFolder()))
+    , m_keychain(keychain)
+    , m_prompts(prompts)
+{
+    QDir().mkpath(QString::fromStdString(m_folder));
+    loadFiles();
+}
+
+AppStore::~AppStore() = default;
+
+std::string AppStore::connectionsPath() const
+{
+    return QDir(QString::fromStdString(m_folder)).filePath(QStringLiteral("connections.json")).toStdString();
+}
+
+std::string AppStore::historyPath() const
+{
+    return QDir(QString::fromStdString(m_folder)).filePath(QStringLiteral("history.json")).toStdString();
+}
+
+void AppStore::loadFiles()
+{
+    if (QFileInfo::exists(QString::fromStdString(connectionsPath()))) {
+        try {
+            m_profiles = decodeProfiles(readWholeFile(connectionsPath()));
+        } catch (const AppError &failure) {
+            // The file stays as it is until the next save overwrites it.
+            m_profiles.clear();
+            m_error = "Could not load saved connections: " + failure.message();
+        }
+    }
+    try {
+        m_history = decodeQueryLogs(readWholeFile(historyPath()));
+    } catch (const AppError &) {
+        m_history.clear(); // a missing or damaged history is not worth a message
+    }
+}
+
+void AppStore::announce(void (AppStore::*notify)())
+{
+    Q_EMIT(this->*notify)();
+    Q_EMIT changed();
+}
+
+void AppStore::setSelected(const std::optional<QUuid> &id)
+{
+    if (m_selected != id) {
+        m_selected = id;
+        announce(&AppStore::selectedChanged);
+    }
+}
+
+void AppStore::setError(const std::optional<std::string> &error)
+{
+    if (m_error != error) {
+        m_error = error;
+        announce(&AppStore::errorChanged);
+    }
+}
+
+void AppStore::openConnectionSheet(const std::optional<ConnectionProfile> &profile)
+{
+    m_editingProfile = profile;
+    announce(&AppStore::editingProfileChanged);
+    m_showConnection = true;
+    announce(&AppStore::showConnectionChanged);
+}
+
+void AppStore::closeConnectionSheet()
+{
+    if (m_showConnection) {
+        m_showConnection = false;
+        announce(&AppStore::showConnectionChanged);
+    }
+}
+
+ServerSession *AppStore::session(const ConnectionProfile &profile)
+{
+    if (const auto found = m_sessions.find(profile.id); found != m_sessions.end()) {
+        return found->second;
+    }
+    auto *created = new ServerSession(profile, m_keychain, m_prompts, this);
+    QObject::connect(created, &ServerSession::changed, this, &AppStore::changed);
+    QObject::connect(created, &ServerSession::historyEntryCreated, this, &AppStore::appendHistory);
+    m_sessions.emplace(profile.id, created);
+    announce(&AppStore::sessionsChanged);
+    return created;
+}
+
+ServerSession *AppStore::active() const
+{
+    if (!m_selected) {
+        return nullptr;
+    }
+    const auto found = m_sessions.find(*m_selected);
+    return found == m_sessions.end() ? nullptr : found->second;
+}
+
+void AppStore::connect(const ConnectionProfile &profile)
+{
+    ServerSession *opened = session(profile);
+    setSelected(profile.id);
+    if (!opened->connected()) {
+        opened->connect();
+    }
+}
+
+void AppStore::save(const ConnectionProfile &profile, const std::string &password, SaveDone done)
+{
+    try {
+        profile.validate();
+    } catch (const AppError &failure) {
+        done(failure.message());
+        return;
+    }
+    const QPointer<AppStore> guard(this);
+    runInBackground([guard, keychain = &m_keychain, profile, password, done] {
+        std::optional<std::string> keyringError;
+        try {
+            keychain->save(password, profile.id);
+        } catch (const std::exception &failure) {
+            keyringError = failure.what();
+        }
+        postToMainThread(
+            guard, [profile, keyringError, done](AppStore &store) { store.finishSave(profile, keyringError, done); });
+    });
+}
+
+void AppStore::finishSave(
+    const ConnectionProfile &profile, const std::optional<std::string> &keyringError, const SaveDone &done)
+{
+    if (keyringError) {
+        done(keyringError);
+        return;
+    }
+    const auto existing = std::find_if(
+        m_profiles.begin(), m_profiles.end(), [&profile](const ConnectionProfile &p) { return p.id == profile.id; });
+    if (existing != m_profiles.end()) {
+        *existing = profile;
+    } else {
+        m_profiles.push_back(profile);
+    }
+    announce(&AppStore::profilesChanged);
+    try {
+        persist();
+    } catch (const AppError &failure) {
+        done(failure.message());
+        return;
+    }
+    // An idle session is rebuilt from the new settings on the next connect; a busy one is
+    // never torn down under a running statement.
+    if (const auto found = m_sessions.find(profile.id); found != m_sessions.end() && !found->second->busy()) {
+        found->second->disconnect();
+        dropSession(profile.id);
+    }
+    done(std::nullopt);
+}
+
+void AppStore::remove(const ConnectionProfile &profile)
+{
+    const auto found = m_sessions.find(profile.id);
+    if (found != m_sessions.end() && found->second->busy()) {
+        setError("Wait for this connection's current operation to finish.");
+        return;
+    }
+    if (!m_prompts.confirmAction("Remove " + profile.name + "?",
+            "This removes the saved connection and its keyring password. It does not change anything on the server.",
+            "Remove connection")) {
+        return;
+    }
+    runInBackground([keychain = &m_keychain, id = profile.id] {
+        try {
+            keychain->remove(id);
+        } catch (const std::exception &) {
+            // The profile goes all the same; a stray keyring item holds no connection details.
+        }
+    });
+    if (found != m_sessions.end()) {
+        found->second->disconnect();
+        dropSession(profile.id);
+    }
+    m_profiles.erase(std::remove_if(m_profiles.begin(),
+                         m_profiles.end(),
+                         [&profile](const ConnectionProfile &p) { return p.id == profile.id; }),
+        m_profiles.end());
+    announce(&AppStore::profilesChanged);
+    if (m_selected == profile.id) {
+        setSelected(std::nullopt);
+    }
+    try {
+        persist();
+    } catch (const AppError &failure) {
+        setError(failure.message());
+    }
+}
+
+void AppStore::dropSession(const QUuid &id)
+{
+    const auto found = m_sessions.find(id);
+    if (found == m_sessions.end()) {
+        return;
+    }
+    ServerSession *dropped = found->second;
+    m_sessions.erase(found);
+    QObject::disconnect(dropped, nullptr, this, nullptr);
+    dropped->deleteLater();
+    announce(&AppStore::sessionsChanged);
+}
+
+void AppStore::persist() const
+{
+    writeFileAtomically(connectionsPath(), encodeProfiles(m_profiles), ownerOnly);
+}
+
+void AppStore::appendHistory(const QueryLog &entry)
+{
+    m_history.insert(m_history.begin(), entry);
+    if (m_history.size() > historyLimit) {
+        m_history.resize(historyLimit);
+    }
+    announce(&AppStore::historyChanged);
+    try {
+        writeFileAtomically(historyPath(), encodeQueryLogs(m_history), ownerOnly);
+    } catch (const AppError &) {
+        // The history in memory stays right; the file catches up with the next entry.
+    }
+}
+
+void AppStore::loadPassword(const QUuid &id, PasswordLoaded done)
+{
+    const QPointer<AppStore> guard(this);
+    runInBackground([guard, keychain = &m_keychain, id, done] {
+        std::optional<std::string> password;
+        std::optional<std::string> error;
+        try {
+            password = keychain->load(id);
+        } catch (const std::exception &failure) {
+            error = failure.what();
+        }
+        postToMainThread(guard, [done, password, error](AppStore &) { done(password, error); });
+    });
+}
+
+} // namespace tallowick

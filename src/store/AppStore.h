@@ -1,0 +1,116 @@
+#pragma once
+
+#include "core/ConnectionProfile.h"
+#include "core/QueryLog.h"
+
+#include <QObject>
+#include <QUuid>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tallowick
+{
+
+class Keychain;
+class ServerSession;
+class UserPrompts;
+
+// The application's one model object: saved profiles, one session per opened profile, the
+// selection, the shared query history, and the two files that keep profiles and history between
+// runs ("connections.json" and "history.json", written atomically with permissions 0600).
+// Passwords never enter these files; they live in the keyring.
+//
+// Main thread only. Keyring work is done in the background and reported back through callbacks.
+class AppStore final : public QObject
+{
+    Q_OBJECT
+
+public:
+    static constexpr std::size_t historyLimit = 300;
+
+    // Without a folder, the per-user data folder ($XDG_DATA_HOME/Tallowick). The folder is
+    // created when missing; both files are read at once. Never connects by itself.
+    AppStore(
+        const std::optional<std::string> &folder, Keychain &keychain, UserPrompts &prompts, QObject *parent = nullptr);
+    ~AppStore() override;
+
+    const std::string &folder() const { return m_folder; }
+    const std::vector<ConnectionProfile> &profiles() const { return m_profiles; }
+    const std::map<QUuid, ServerSession *> &sessions() const { return m_sessions; }
+    const std::optional<QUuid> &selected() const { return m_selected; }
+    const std::vector<QueryLog> &history() const { return m_history; }
+    const std::optional<std::string> &error() const { return m_error; }
+    bool showConnection() const { return m_showConnection; }
+    const std::optional<ConnectionProfile> &editingProfile() const { return m_editingProfile; }
+
+    void setSelected(const std::optional<QUuid> &id);
+    void setError(const std::optional<std::string> &error);
+    // Opens the connection sheet for `profile`, or for a new profile without one.
+    void openConnectionSheet(const std::optional<ConnectionProfile> &profile);
+    void closeConnectionSheet();
+
+    // The profile's session, created on first use.
+    ServerSession *session(const ConnectionProfile &profile);
+    // The selected profile's session, when it has one.
+    ServerSession *active() const;
+
+    // Selects the profile and connects its session unless it is connected already.
+    void connect(const ConnectionProfile &profile);
+
+    using SaveDone = std::function<void(const std::optional<std::string> &error)>;
+    // Validates the profile, stores its password (an empty one removes it), then replaces the
+    // saved profile with the same id in place or appends it, and writes the connections file.
+    // An idle session of that profile is dropped so the next connect uses the new settings; a
+    // busy one is left alone. `done` gets no value on success, or the message to show.
+    void save(const ConnectionProfile &profile, const std::string &password, SaveDone done);
+
+    // Asks first; refuses while the profile's session is busy. Removes the password (a keyring
+    // failure does not stop the removal), the session and the profile.
+    void remove(const ConnectionProfile &profile);
+
+    // Writes connections.json; throws AppError.
+    void persist() const;
+
+    using PasswordLoaded
+        = std::function<void(const std::optional<std::string> &password, const std::optional<std::string> &error)>;
+    // Reads a profile's saved password in the background for the connection sheet.
+    void loadPassword(const QUuid &id, PasswordLoaded done);
+
+    std::string connectionsPath() const;
+    std::string historyPath() const;
+
+Q_SIGNALS:
+    void profilesChanged();
+    void sessionsChanged();
+    void selectedChanged();
+    void historyChanged();
+    void errorChanged();
+    void showConnectionChanged();
+    void editingProfileChanged();
+    // After any change of the store or of any of its sessions.
+    void changed();
+
+private:
+    void loadFiles();
+    void appendHistory(const QueryLog &entry);
+    void dropSession(const QUuid &id);
+    void finishSave(
+        const ConnectionProfile &profile, const std::optional<std::string> &keyringError, const SaveDone &done);
+    void announce(void (AppStore::*notify)());
+
+    std::string m_folder;
+    Keychain &m_keychain;
+    UserPrompts &m_prompts;
+    std::vector<ConnectionProfile> m_profiles;
+    std::map<QUuid, ServerSession *> m_sessions;
+    std::optional<QUuid> m_selected;
+    std::vector<QueryLog> m_history;
+    std::optional<std::string> m_error;
+    bool m_showConnection = false;
+    std::optional<ConnectionProfile> m_editingProfile;
+};
+
+} // namespace tallowick

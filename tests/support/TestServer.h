@@ -1,0 +1,54 @@
+#pragma once
+
+#include "client/MySQLConnection.h"
+#include "core/ConnectionProfile.h"
+
+#include <memory>
+#include <string>
+
+namespace tallowick::test
+{
+
+// The disposable MariaDB that scripts/test starts (scripts/test-server), described by the
+// TALLOWICK_TEST_* variables that `scripts/test-server env` prints. Tests that need it fail,
+// never skip, when it is missing, so a broken set-up cannot pass silently.
+struct TestServer {
+    std::string user;
+    std::string password;
+    std::int64_t port = 0; // the TLS-capable instance
+    std::int64_t plainPort = 0; // the instance without TLS
+    std::string caPath;
+
+    // Throws AppError naming the missing variable.
+    static TestServer fromEnvironment();
+
+    // A profile for 127.0.0.1 with TLS disabled.
+    ConnectionProfile profile() const;
+
+    // A connected connection (the caller brackets its thread with ClientThreadScope).
+    std::unique_ptr<MySQLConnection> connect(const ConnectionProfile &profile) const;
+    std::unique_ptr<MySQLConnection> connect() const { return connect(profile()); }
+};
+
+// A scratch database "tallowick_test_<uuid>" created on construction and dropped on
+// destruction, with a connection that has it selected.
+class ScratchDatabase
+{
+public:
+    explicit ScratchDatabase(const TestServer &server);
+    ~ScratchDatabase();
+
+    ScratchDatabase(const ScratchDatabase &) = delete;
+    ScratchDatabase &operator=(const ScratchDatabase &) = delete;
+
+    const std::string &name() const { return m_name; }
+    MySQLConnection &connection() { return *m_connection; }
+    QueryResult run(const std::string &sql) { return m_connection->query(sql); }
+
+private:
+    const TestServer &m_server;
+    std::string m_name;
+    std::unique_ptr<MySQLConnection> m_connection;
+};
+
+} // namespace tallowick::test
