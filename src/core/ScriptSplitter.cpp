@@ -36,9 +36,9 @@ std::size_t nextBareLineFeed(std::string_view text, std::size_t from)
     return text.size();
 }
 
-bool startsWithDelimiterWord(std::string_view text)
+// Whether `text` begins with `word` (upper-case ASCII), matching letters in any case.
+bool startsWithWord(std::string_view text, std::string_view word)
 {
-    static constexpr std::string_view word = "DELIMITER ";
     if (text.size() < word.size()) {
         return false;
     }
@@ -191,7 +191,11 @@ private:
             return i;
         }
         const std::string_view line = trimSpacesAndTabs(m_text.substr(i, lineEnd - i));
-        if (!startsWithDelimiterWord(line)) {
+        // The bare word names no delimiter: refuse it rather than send it to the server.
+        if (line.size() == 9 && startsWithWord(line, "DELIMITER")) {
+            throw AppError("DELIMITER cannot be empty.");
+        }
+        if (!startsWithWord(line, "DELIMITER ")) {
             return i;
         }
         const std::string_view delimiter = trimSpacesAndTabs(line.substr(10));

@@ -12,8 +12,12 @@ namespace
 
 [[noreturn]] void throwAccessFailure(const SecretOutcome &outcome)
 {
-    const std::string text
+    std::string text
         = outcome.message.empty() ? "Keyring error " + std::to_string(outcome.code) + "." : outcome.message;
+    // The sentence that follows needs the store's text to end like a sentence.
+    if (!text.ends_with('.') && !text.ends_with('!') && !text.ends_with('?')) {
+        text += '.';
+    }
     throw AppError("Could not access the saved password: " + text
         + " Reopen connection settings to try again, or enter the database password yourself.");
 }

@@ -131,7 +131,7 @@ void ServerSession::serverInfo()
 void ServerSession::users()
 {
     perform<QueryResult>("Reading users…",
-        statement("SELECT User, Host, plugin, account_locked FROM mysql.user ORDER BY User, Host"),
+        statement(usersStatement(m_version)),
         [](ServerSession &session, const QueryResult &result) { session.setMetadata(result); });
 }
 

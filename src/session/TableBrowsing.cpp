@@ -3,7 +3,6 @@
 #include "core/AppError.h"
 #include "core/SqlQuoting.h"
 
-#include <QCollator>
 #include <QString>
 #include <algorithm>
 #include <cstdio>
@@ -14,15 +13,35 @@ namespace tallowick
 namespace
 {
 
-const QCollator &fileOrderCollator()
+bool isDigit(QChar c)
 {
-    static const QCollator collator = [] {
-        QCollator c;
-        c.setNumericMode(true);
-        c.setCaseSensitivity(Qt::CaseInsensitive);
-        return c;
-    }();
-    return collator;
+    return c >= u'0' && c <= u'9';
+}
+
+// Compares two runs of ASCII digits by their value, however long they are.
+int compareNumbers(QStringView a, QStringView b)
+{
+    while (a.size() > 1 && a.front() == u'0') {
+        a = a.mid(1);
+    }
+    while (b.size() > 1 && b.front() == u'0') {
+        b = b.mid(1);
+    }
+    if (a.size() != b.size()) {
+        return a.size() < b.size() ? -1 : 1;
+    }
+    return a.compare(b);
+}
+
+// The next run of digits or of non-digits, starting at `position`.
+QStringView runAt(const QString &text, qsizetype position)
+{
+    const bool digits = isDigit(text[position]);
+    qsizetype end = position;
+    while (end < text.size() && isDigit(text[end]) == digits) {
+        ++end;
+    }
+    return QStringView(text).mid(position, end - position);
 }
 
 bool isBlobType(const std::string &type)
@@ -38,7 +57,23 @@ bool isBlobType(const std::string &type)
 
 bool precedesInFileOrder(const std::string &a, const std::string &b)
 {
-    return fileOrderCollator().compare(QString::fromStdString(a), QString::fromStdString(b)) < 0;
+    // Case-insensitive and locale-aware for text, by value for digit runs: t2 before t10.
+    const QString left = QString::fromStdString(a).toCaseFolded();
+    const QString right = QString::fromStdString(b).toCaseFolded();
+    qsizetype i = 0;
+    qsizetype j = 0;
+    while (i < left.size() && j < right.size()) {
+        const QStringView x = runAt(left, i);
+        const QStringView y = runAt(right, j);
+        const bool numbers = isDigit(x.front()) && isDigit(y.front());
+        const int order = numbers ? compareNumbers(x, y) : QString::localeAwareCompare(x, y);
+        if (order != 0) {
+            return order < 0;
+        }
+        i += x.size();
+        j += y.size();
+    }
+    return i == left.size() && j < right.size();
 }
 
 std::vector<TableInfo> tableListFrom(const QueryResult &listing)
@@ -107,6 +142,16 @@ std::optional<std::string> inspectionStatement(
     default:
         return std::nullopt;
     }
+}
+
+std::string usersStatement(const std::string &serverVersion)
+{
+    if (serverVersion.find("MariaDB") != std::string::npos) {
+        return "SELECT User, Host, JSON_VALUE(Priv, '$.plugin') AS plugin, "
+               "IF(JSON_VALUE(Priv, '$.account_locked') = 'true', 'Y', 'N') AS account_locked "
+               "FROM mysql.global_priv ORDER BY User, Host";
+    }
+    return "SELECT User, Host, plugin, account_locked FROM mysql.user ORDER BY User, Host";
 }
 
 std::string formatSeconds(double seconds)

@@ -38,6 +38,10 @@ std::string pageStatement(const PageRequest &request);
 std::optional<std::string> inspectionStatement(
     WorkspaceMode mode, const std::string &database, const std::string &table);
 
+// The accounts listing. MariaDB keeps no account_locked column in mysql.user (its accounts live
+// in mysql.global_priv), so it is asked for the same four columns there.
+std::string usersStatement(const std::string &serverVersion);
+
 // Seconds with three decimals, as status lines show them: "0.042s".
 std::string formatSeconds(double seconds);
 

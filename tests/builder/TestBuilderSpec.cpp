@@ -1,0 +1,340 @@
+#include "builder/BuilderSpec.h"
+#include "core/AppError.h"
+
+#include <QTest>
+#include <string>
+
+using namespace tallowick;
+
+namespace
+{
+
+BuilderSpec orders()
+{
+    BuilderSpec query;
+    query.database = "shop";
+    query.table = "orders";
+    return query;
+}
+
+BuilderFilter filter(
+    const std::string &column, const std::string &operation, const std::string &value, bool numeric = false)
+{
+    BuilderFilter result;
+    result.column = column;
+    result.operation = operation;
+    result.value = value;
+    result.numeric = numeric;
+    return result;
+}
+
+BuilderJoin join(const std::string &kind, const std::string &table, const std::string &left, const std::string &right)
+{
+    BuilderJoin result;
+    result.kind = kind;
+    result.table = table;
+    result.left = left;
+    result.right = right;
+    return result;
+}
+
+template <typename Action> QString thrownMessage(Action action)
+{
+    try {
+        action();
+    } catch (const AppError &error) {
+        return QString::fromStdString(error.message());
+    }
+    return QStringLiteral("(no error)");
+}
+
+} // namespace
+
+class TestBuilderSpec final : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void columnReference_data();
+    void columnReference();
+    void columnExpression_data();
+    void columnExpression();
+    void build_data();
+    void build();
+    void filterCondition_data();
+    void filterCondition();
+    void refuses_data();
+    void refuses();
+    void finiteNumberText_data();
+    void finiteNumberText();
+};
+
+void TestBuilderSpec::columnReference_data()
+{
+    QTest::addColumn<QByteArray>("reference");
+    QTest::addColumn<QByteArray>("expected");
+
+    QTest::newRow("orders.customer_id") << QByteArray("orders.customer_id") << QByteArray("`orders`.`customer_id`");
+    QTest::newRow("id (no dot)") << QByteArray("id") << QByteArray("`id`");
+    QTest::newRow("shop.orders.id (second dot stays)")
+        << QByteArray("shop.orders.id") << QByteArray("`shop`.`orders.id`");
+    QTest::newRow("back-quotes doubled") << QByteArray("or`ders.i`d") << QByteArray("`or``ders`.`i``d`");
+    // Empty pieces are dropped and do not use up the one split.
+    QTest::newRow(".a.b") << QByteArray(".a.b") << QByteArray("`a`.`b`");
+    QTest::newRow("a..b") << QByteArray("a..b") << QByteArray("`a`.`.b`");
+    QTest::newRow("a.") << QByteArray("a.") << QByteArray("`a`");
+    QTest::newRow(".") << QByteArray(".") << QByteArray("");
+    QTest::newRow("empty") << QByteArray("") << QByteArray("");
+}
+
+void TestBuilderSpec::columnReference()
+{
+    QFETCH(QByteArray, reference);
+    QFETCH(QByteArray, expected);
+    QCOMPARE(QByteArray::fromStdString(BuilderSpec::column(reference.toStdString())), expected);
+}
+
+void TestBuilderSpec::columnExpression_data()
+{
+    QTest::addColumn<QByteArray>("table");
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QByteArray>("aggregate");
+    QTest::addColumn<QByteArray>("expected");
+
+    QTest::newRow("plain") << QByteArray("orders") << QByteArray("total") << QByteArray()
+                           << QByteArray("`orders`.`total`");
+    QTest::newRow("SUM") << QByteArray("orders") << QByteArray("total") << QByteArray("SUM")
+                         << QByteArray("SUM(`orders`.`total`)");
+    QTest::newRow("dot in a name is not a separator")
+        << QByteArray("a.b") << QByteArray("c") << QByteArray() << QByteArray("`a.b`.`c`");
+    QTest::newRow("back-quotes doubled in both parts")
+        << QByteArray("t`") << QByteArray("`c") << QByteArray("COUNT") << QByteArray("COUNT(`t```.```c`)");
+}
+
+void TestBuilderSpec::columnExpression()
+{
+    QFETCH(QByteArray, table);
+    QFETCH(QByteArray, name);
+    QFETCH(QByteArray, aggregate);
+    QFETCH(QByteArray, expected);
+    const BuilderColumn column { table.toStdString(), name.toStdString(), aggregate.toStdString() };
+    QCOMPARE(QByteArray::fromStdString(column.expression()), expected);
+}
+
+void TestBuilderSpec::build_data()
+{
+    QTest::addColumn<BuilderSpec>("query");
+    QTest::addColumn<QByteArray>("expected");
+
+    QTest::newRow("defaults") << orders() << QByteArray("SELECT `orders`.*\nFROM `shop`.`orders`\nLIMIT 500;");
+
+    BuilderSpec quoted;
+    quoted.database = "sh`op";
+    quoted.table = "or`ders";
+    QTest::newRow("back-quotes in database and table")
+        << quoted << QByteArray("SELECT `or``ders`.*\nFROM `sh``op`.`or``ders`\nLIMIT 500;");
+
+    BuilderSpec full = orders();
+    full.distinct = true;
+    full.columns = { { "orders", "customer_id", "" }, { "orders", "total", "SUM" } };
+    full.joins = { join("LEFT JOIN", "customers", "orders.customer_id", "customers.id") };
+    full.filters = { filter("customers.name", "LIKE", "A%"), filter("orders.total", ">=", "10.5", true) };
+    full.groupBy = { "orders.customer_id", "customers.name" };
+    full.orderBy = "orders.id";
+    full.descending = true;
+    full.limit = 25;
+    QTest::newRow("every clause") << full
+                                  << QByteArray("SELECT DISTINCT `orders`.`customer_id`,\n"
+                                                "       SUM(`orders`.`total`)\n"
+                                                "FROM `shop`.`orders`\n"
+                                                "LEFT JOIN `shop`.`customers`\n"
+                                                "  ON `orders`.`customer_id` = `customers`.`id`\n"
+                                                "WHERE `customers`.`name` LIKE 'A%'\n"
+                                                "  AND `orders`.`total` >= 10.5\n"
+                                                "GROUP BY `orders`.`customer_id`, `customers`.`name`\n"
+                                                "ORDER BY `orders`.`id` DESC\n"
+                                                "LIMIT 25;");
+
+    BuilderSpec either = orders();
+    either.matchAll = false;
+    either.filters = { filter("orders.status", "=", "open"), filter("orders.note", "IS NULL", "ignored") };
+    either.orderBy = "id";
+    either.limit = 1;
+    QTest::newRow("OR between filters, ascending, limit 1")
+        << either
+        << QByteArray("SELECT `orders`.*\nFROM `shop`.`orders`\n"
+                      "WHERE `orders`.`status` = 'open'\n  OR `orders`.`note` IS NULL\n"
+                      "ORDER BY `id` ASC\nLIMIT 1;");
+
+    BuilderSpec joins = orders();
+    joins.joins = { join("INNER JOIN", "customers", "orders.customer_id", "customers.id"),
+        join("RIGHT JOIN", "regions", "customers.region_id", "regions.id") };
+    joins.limit = 100000;
+    QTest::newRow("two joins in order, limit 100000")
+        << joins
+        << QByteArray("SELECT `orders`.*\nFROM `shop`.`orders`\n"
+                      "INNER JOIN `shop`.`customers`\n  ON `orders`.`customer_id` = `customers`.`id`\n"
+                      "RIGHT JOIN `shop`.`regions`\n  ON `customers`.`region_id` = `regions`.`id`\n"
+                      "LIMIT 100000;");
+}
+
+void TestBuilderSpec::build()
+{
+    QFETCH(BuilderSpec, query);
+    QFETCH(QByteArray, expected);
+    QCOMPARE(QByteArray::fromStdString(query.build()), expected);
+}
+
+void TestBuilderSpec::filterCondition_data()
+{
+    QTest::addColumn<BuilderFilter>("filter");
+    QTest::addColumn<QByteArray>("condition");
+
+    QTest::newRow("LIKE A%") << filter("customers.name", "LIKE", "A%") << QByteArray("`customers`.`name` LIKE 'A%'");
+    QTest::newRow("NOT LIKE") << filter("customers.name", "NOT LIKE", "%x")
+                              << QByteArray("`customers`.`name` NOT LIKE '%x'");
+    QTest::newRow("!= empty text") << filter("orders.note", "!=", "") << QByteArray("`orders`.`note` != ''");
+    QTest::newRow("text with an apostrophe goes as hex")
+        << filter("customers.name", "=", "O'Brien")
+        << QByteArray("`customers`.`name` = CONVERT(X'4f27427269656e' USING utf8mb4)");
+    QTest::newRow("text that looks like injection")
+        << filter("orders.id", "<", "1 OR 1=1") << QByteArray("`orders`.`id` < '1 OR 1=1'");
+    QTest::newRow("numeric inserted as typed")
+        << filter("orders.total", ">", "-3.50", true) << QByteArray("`orders`.`total` > -3.50");
+    QTest::newRow("numeric with exponent")
+        << filter("orders.total", "<=", "1e3", true) << QByteArray("`orders`.`total` <= 1e3");
+    QTest::newRow("IS NULL ignores the value")
+        << filter("orders.note", "IS NULL", "x") << QByteArray("`orders`.`note` IS NULL");
+    QTest::newRow("IS NOT NULL skips the number check")
+        << filter("orders.total", "IS NOT NULL", "not a number", true) << QByteArray("`orders`.`total` IS NOT NULL");
+}
+
+void TestBuilderSpec::filterCondition()
+{
+    QFETCH(BuilderFilter, filter);
+    QFETCH(QByteArray, condition);
+    BuilderSpec query = orders();
+    query.filters = { filter };
+    QCOMPARE(QByteArray::fromStdString(query.build()),
+        "SELECT `orders`.*\nFROM `shop`.`orders`\nWHERE " + condition + "\nLIMIT 500;");
+}
+
+void TestBuilderSpec::refuses_data()
+{
+    QTest::addColumn<BuilderSpec>("query");
+    QTest::addColumn<QString>("message");
+
+    const QString noTable = QStringLiteral("Choose a table to build a query.");
+    const QString incompleteJoin = QStringLiteral("Complete the table and both columns for each join.");
+    const QString joinKind = QStringLiteral("Unsupported join type.");
+    const QString operatorMessage = QStringLiteral("Unsupported filter operator.");
+    const QString limitMessage = QStringLiteral("The row limit must be between 1 and 100,000.");
+
+    BuilderSpec noBase = orders();
+    noBase.table.clear();
+    noBase.limit = 0;
+    QTest::newRow("no base table (before the limit)") << noBase << noTable;
+
+    BuilderSpec noJoinTable = orders();
+    noJoinTable.joins = { join("LEFT JOIN", "", "orders.customer_id", "customers.id") };
+    QTest::newRow("join without table") << noJoinTable << incompleteJoin;
+    BuilderSpec noLeft = orders();
+    noLeft.joins = { join("LEFT JOIN", "customers", "", "customers.id") };
+    QTest::newRow("join without left column") << noLeft << incompleteJoin;
+    BuilderSpec noRight = orders();
+    noRight.joins = { join("LEFT JOIN", "customers", "orders.customer_id", "") };
+    QTest::newRow("join without right column") << noRight << incompleteJoin;
+
+    BuilderSpec cross = orders();
+    cross.joins = { join("CROSS JOIN", "customers", "orders.customer_id", "customers.id") };
+    QTest::newRow("CROSS JOIN") << cross << joinKind;
+    BuilderSpec lowerKind = orders();
+    lowerKind.joins = { join("left join", "customers", "orders.customer_id", "customers.id") };
+    QTest::newRow("left join in lower case") << lowerKind << joinKind;
+    BuilderSpec kindFirst = orders();
+    kindFirst.joins
+        = { join("FULL JOIN", "customers", "orders.customer_id", "customers.id"), join("LEFT JOIN", "", "", "") };
+    QTest::newRow("first bad join wins") << kindFirst << joinKind;
+
+    for (const char *operation : { "==", "like", "LIKE ANY", "IS  NULL", "" }) {
+        BuilderSpec bad = orders();
+        bad.filters = { filter("orders.id", operation, "1") };
+        QTest::addRow("operator \"%s\"", operation) << bad << operatorMessage;
+    }
+
+    for (const char *value : { "0 OR 1=1", "", " 1", "1 ", "NaN", "inf", "1e400", "1,5" }) {
+        BuilderSpec bad = orders();
+        bad.filters = { filter("orders.total", ">", value, true) };
+        QTest::addRow("numeric value \"%s\"", value) << bad << QStringLiteral("Enter a valid number for orders.total.");
+    }
+
+    for (const std::int64_t limit : { std::int64_t(0), std::int64_t(-1), std::int64_t(100001) }) {
+        BuilderSpec bad = orders();
+        bad.limit = limit;
+        QTest::addRow("limit %lld", static_cast<long long>(limit)) << bad << limitMessage;
+    }
+
+    // The first failure in statement order is the one reported.
+    BuilderSpec everything = orders();
+    everything.joins = { join("LEFT JOIN", "customers", "", "") };
+    everything.filters = { filter("orders.id", "~", "1") };
+    everything.limit = 0;
+    QTest::newRow("join before filter before limit") << everything << incompleteJoin;
+    BuilderSpec filterThenLimit = orders();
+    filterThenLimit.filters = { filter("orders.total", ">", "x", true), filter("orders.id", "~", "1") };
+    filterThenLimit.limit = 0;
+    QTest::newRow("filters in order, before limit")
+        << filterThenLimit << QStringLiteral("Enter a valid number for orders.total.");
+}
+
+void TestBuilderSpec::refuses()
+{
+    QFETCH(BuilderSpec, query);
+    QFETCH(QString, message);
+    QCOMPARE(thrownMessage([&] { query.build(); }), message);
+}
+
+void TestBuilderSpec::finiteNumberText_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<bool>("finite");
+
+    for (const char *text : { "0", "42", "-3.5", "+7", ".5", "5.", "1e3", "1E-3", "-0", "0x1A", "1e-400" }) {
+        QTest::addRow("%s", text) << QByteArray(text) << true;
+    }
+    for (const char *text : { "nan",
+             "NaN",
+             "-nan",
+             "inf",
+             "-Infinity",
+             "INF",
+             "1e400",
+             "-1e400",
+             "0 OR 1=1",
+             "1,5",
+             "1.2.3",
+             "abc",
+             "--1",
+             "1e",
+             "0x",
+             "1;" }) {
+        QTest::addRow("%s", text) << QByteArray(text) << false;
+    }
+    // The value goes into the SQL as typed, so blanks around it must not be ignored.
+    QTest::newRow("empty") << QByteArray() << false;
+    QTest::newRow("leading blank") << QByteArray(" 1") << false;
+    QTest::newRow("trailing blank") << QByteArray("1 ") << false;
+    QTest::newRow("leading tab") << QByteArray("\t1") << false;
+    QTest::newRow("trailing line feed") << QByteArray("1\n") << false;
+    QTest::newRow("leading NBSP") << QByteArray("\u00a01") << false;
+}
+
+void TestBuilderSpec::finiteNumberText()
+{
+    QFETCH(QByteArray, text);
+    QFETCH(bool, finite);
+    QCOMPARE(isFiniteNumberText(text.toStdString()), finite);
+}
+
+QTEST_GUILESS_MAIN(TestBuilderSpec)
+#include "TestBuilderSpec.moc"

@@ -1,0 +1,302 @@
+#include "core/ConnectionProfileJson.h"
+#include "core/FileText.h"
+#include "core/QueryLogJson.h"
+#include "core/UuidText.h"
+#include "credentials/Keychain.h"
+#include "session/ServerSession.h"
+#include "store/AppStore.h"
+#include "support/FakeSecretStore.h"
+#include "support/ScriptedPrompts.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThreadPool>
+
+using namespace tallowick;
+using namespace tallowick::test;
+
+namespace
+{
+
+ConnectionProfile profileNamed(const std::string &name)
+{
+    ConnectionProfile profile;
+    profile.name = name;
+    profile.host = "db.example.test";
+    profile.user = "app";
+    return profile;
+}
+
+std::string fileText(const std::string &path)
+{
+    QFile file(QString::fromStdString(path));
+    return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : std::string();
+}
+
+QFileDevice::Permissions permissionsOf(const std::string &path)
+{
+    return QFile::permissions(QString::fromStdString(path))
+        & (QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner | QFileDevice::ReadGroup
+            | QFileDevice::WriteGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::WriteOther
+            | QFileDevice::ExeOther);
+}
+
+} // namespace
+
+// The store without a server: profiles, passwords through a fake keyring, history, and files.
+class TestAppStore final : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void startsEmptyInANewFolder();
+    void saveWritesProfilesWithoutPasswords();
+    void saveKeepsThePositionOfAnExistingProfile();
+    void invalidProfileIsRefused();
+    void keyringFailureStopsTheSave();
+    void savedProfilesLoadAgain();
+    void damagedConnectionsFileIsReportedThenOverwritten();
+    void historyKeepsTheNewestThreeHundred();
+    void damagedHistoryIsIgnored();
+    void removeAsksThenDeletesProfileAndPassword();
+    void removeClearsTheSelection();
+    void sessionsAreCreatedOnceAndForwardChanges();
+    void savingAnIdleProfileDropsItsSession();
+
+private:
+    // Saves and waits for the keyring work to come back.
+    std::optional<std::string> saveAndWait(const ConnectionProfile &profile, const std::string &password);
+    std::unique_ptr<AppStore> reopen();
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<FakeSecretStore> m_secrets;
+    std::unique_ptr<CredentialMemoryCache> m_cache;
+    std::unique_ptr<Keychain> m_keychain;
+    std::unique_ptr<ScriptedPrompts> m_prompts;
+    std::unique_ptr<AppStore> m_store;
+};
+
+void TestAppStore::init()
+{
+    m_folder = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_folder->isValid());
+    m_secrets = std::make_unique<FakeSecretStore>();
+    m_cache = std::make_unique<CredentialMemoryCache>();
+    m_keychain = std::make_unique<Keychain>(*m_secrets, *m_cache);
+    m_prompts = std::make_unique<ScriptedPrompts>();
+    m_store = reopen();
+}
+
+void TestAppStore::cleanup()
+{
+    // Keyring work still running in the background must finish before the keyring goes.
+    QThreadPool::globalInstance()->waitForDone();
+    m_store.reset();
+    m_keychain.reset();
+    m_folder.reset();
+}
+
+std::unique_ptr<AppStore> TestAppStore::reopen()
+{
+    return std::make_unique<AppStore>(
+        m_folder->filePath(QStringLiteral("data")).toStdString(), *m_keychain, *m_prompts);
+}
+
+std::optional<std::string> TestAppStore::saveAndWait(const ConnectionProfile &profile, const std::string &password)
+{
+    bool finished = false;
+    std::optional<std::string> error;
+    m_store->save(profile, password, [&](const std::optional<std::string> &result) {
+        finished = true;
+        error = result;
+    });
+    if (!QTest::qWaitFor([&finished] { return finished; }, 10000)) {
+        return std::string("the save never finished");
+    }
+    return error;
+}
+
+void TestAppStore::startsEmptyInANewFolder()
+{
+    QVERIFY(m_store->profiles().empty());
+    QVERIFY(m_store->history().empty());
+    QVERIFY(!m_store->error());
+    QVERIFY(QFileInfo(QString::fromStdString(m_store->folder())).isDir());
+    QVERIFY(!m_store->active());
+}
+
+void TestAppStore::saveWritesProfilesWithoutPasswords()
+{
+    const ConnectionProfile profile = profileNamed("Production");
+    QCOMPARE(saveAndWait(profile, "hunter2-do-not-write"), std::nullopt);
+    QCOMPARE(m_store->profiles().size(), std::size_t(1));
+    QCOMPARE(m_secrets->items.at(uuidText(profile.id)), std::string("hunter2-do-not-write"));
+    const std::string written = fileText(m_store->connectionsPath());
+    QVERIFY(written.find("hunter2") == std::string::npos);
+    QVERIFY(written.find("password") == std::string::npos);
+    QCOMPARE(decodeProfiles(QByteArray::fromStdString(written)), m_store->profiles());
+    QCOMPARE(permissionsOf(m_store->connectionsPath()), ownerOnly);
+}
+
+void TestAppStore::saveKeepsThePositionOfAnExistingProfile()
+{
+    ConnectionProfile first = profileNamed("First");
+    const ConnectionProfile second = profileNamed("Second");
+    QCOMPARE(saveAndWait(first, "a"), std::nullopt);
+    QCOMPARE(saveAndWait(second, "b"), std::nullopt);
+    first.name = "First, renamed";
+    first.port = 3307;
+    QCOMPARE(saveAndWait(first, "a"), std::nullopt);
+    QCOMPARE(m_store->profiles().size(), std::size_t(2));
+    QCOMPARE(m_store->profiles()[0], first);
+    QCOMPARE(m_store->profiles()[1], second);
+}
+
+void TestAppStore::invalidProfileIsRefused()
+{
+    ConnectionProfile unnamed = profileNamed("  \t ");
+    QCOMPARE(saveAndWait(unnamed, "x"), std::optional<std::string>("Give this connection a name."));
+    QVERIFY(m_store->profiles().empty());
+    QCOMPARE(m_secrets->writes, 0);
+    QVERIFY(!QFile::exists(QString::fromStdString(m_store->connectionsPath())));
+}
+
+void TestAppStore::keyringFailureStopsTheSave()
+{
+    m_secrets->nextFailure = SecretOutcome::failed(3, "Keyring locked");
+    QCOMPARE(saveAndWait(profileNamed("Locked"), "pw"),
+        std::optional<std::string>("The keyring could not save the password (3)."));
+    QVERIFY(m_store->profiles().empty());
+}
+
+void TestAppStore::savedProfilesLoadAgain()
+{
+    ConnectionProfile profile = profileNamed("Reopened");
+    profile.tls = TLSMode::verify;
+    profile.caPath = "/etc/ssl/private-ca.pem";
+    profile.readOnly = true;
+    profile.color = "green";
+    QCOMPARE(saveAndWait(profile, "pw"), std::nullopt);
+    m_store = reopen();
+    QCOMPARE(m_store->profiles(), std::vector<ConnectionProfile> { profile });
+    QVERIFY(!m_store->error());
+}
+
+void TestAppStore::damagedConnectionsFileIsReportedThenOverwritten()
+{
+    const std::string damaged = R"([{"id":"00000000-0000-0000-0000-000000000001","name":"No colour"}])";
+    QVERIFY(QDir().mkpath(QString::fromStdString(m_store->folder())));
+    writeFileAtomically(m_store->connectionsPath(), QByteArray::fromStdString(damaged));
+    m_store = reopen();
+    QVERIFY(m_store->profiles().empty());
+    QVERIFY2(m_store->error().value_or("").starts_with("Could not load saved connections: "),
+        m_store->error().value_or("").c_str());
+    QCOMPARE(fileText(m_store->connectionsPath()), damaged); // untouched until the next save
+
+    QCOMPARE(saveAndWait(profileNamed("Fresh"), "pw"), std::nullopt);
+    m_store = reopen();
+    QCOMPARE(m_store->profiles().size(), std::size_t(1));
+    QCOMPARE(m_store->profiles()[0].name, std::string("Fresh"));
+    QVERIFY(!m_store->error());
+}
+
+void TestAppStore::historyKeepsTheNewestThreeHundred()
+{
+    ServerSession *session = m_store->session(profileNamed("History"));
+    for (int i = 1; i <= 301; ++i) {
+        QueryLog entry;
+        entry.date = QDateTime::fromMSecsSinceEpoch(1'700'000'000'000 + i * 1000, Qt::UTC);
+        entry.connection = "History";
+        entry.sql = "SELECT " + std::to_string(i);
+        Q_EMIT session->historyEntryCreated(entry);
+    }
+    QCOMPARE(m_store->history().size(), std::size_t(300));
+    QCOMPARE(m_store->history().front().sql, std::string("SELECT 301"));
+    QCOMPARE(m_store->history().back().sql, std::string("SELECT 2"));
+    const std::vector<QueryLog> written = decodeQueryLogs(QByteArray::fromStdString(fileText(m_store->historyPath())));
+    QCOMPARE(written.size(), std::size_t(300));
+    QCOMPARE(written, m_store->history());
+    QCOMPARE(permissionsOf(m_store->historyPath()), ownerOnly);
+
+    m_store = reopen();
+    QCOMPARE(m_store->history().size(), std::size_t(300));
+    QCOMPARE(m_store->history().front().sql, std::string("SELECT 301"));
+}
+
+void TestAppStore::damagedHistoryIsIgnored()
+{
+    writeFileAtomically(m_store->historyPath(), "[{\"id\": 1}]");
+    m_store = reopen();
+    QVERIFY(m_store->history().empty());
+    QVERIFY(!m_store->error());
+}
+
+void TestAppStore::removeAsksThenDeletesProfileAndPassword()
+{
+    const ConnectionProfile keep = profileNamed("Keep");
+    const ConnectionProfile drop = profileNamed("Drop");
+    QCOMPARE(saveAndWait(keep, "k"), std::nullopt);
+    QCOMPARE(saveAndWait(drop, "d"), std::nullopt);
+
+    m_store->remove(drop); // declined
+    QCOMPARE(m_prompts->asked.size(), std::size_t(1));
+    QCOMPARE(m_prompts->asked[0].text, std::string("Remove Drop?"));
+    QCOMPARE(m_prompts->asked[0].detail,
+        std::string("This removes the saved connection and its keyring password. It does not change anything on "
+                    "the server."));
+    QCOMPARE(m_prompts->asked[0].title, std::string("Remove connection"));
+    QCOMPARE(m_store->profiles().size(), std::size_t(2));
+
+    m_prompts->confirmations = { true };
+    m_store->remove(drop);
+    QCOMPARE(m_store->profiles(), std::vector<ConnectionProfile> { keep });
+    QVERIFY(QTest::qWaitFor([this, &drop] { return m_secrets->items.count(uuidText(drop.id)) == 0; }, 5000));
+    QCOMPARE(m_secrets->items.count(uuidText(keep.id)), std::size_t(1));
+    m_store = reopen();
+    QCOMPARE(m_store->profiles(), std::vector<ConnectionProfile> { keep });
+}
+
+void TestAppStore::removeClearsTheSelection()
+{
+    const ConnectionProfile profile = profileNamed("Selected");
+    QCOMPARE(saveAndWait(profile, "pw"), std::nullopt);
+    m_store->session(profile);
+    m_store->setSelected(profile.id);
+    QVERIFY(m_store->active());
+    m_prompts->confirmations = { true };
+    m_store->remove(profile);
+    QVERIFY(!m_store->selected());
+    QVERIFY(!m_store->active());
+    QVERIFY(m_store->sessions().empty());
+}
+
+void TestAppStore::sessionsAreCreatedOnceAndForwardChanges()
+{
+    const ConnectionProfile profile = profileNamed("Forwarded");
+    ServerSession *session = m_store->session(profile);
+    QCOMPARE(m_store->session(profile), session);
+    QCOMPARE(session->id(), profile.id);
+    QSignalSpy storeChanges(m_store.get(), &AppStore::changed);
+    session->setFilter("anything");
+    QVERIFY(storeChanges.count() >= 1);
+}
+
+void TestAppStore::savingAnIdleProfileDropsItsSession()
+{
+    ConnectionProfile profile = profileNamed("Edited");
+    QCOMPARE(saveAndWait(profile, "pw"), std::nullopt);
+    QPointer<ServerSession> old = m_store->session(profile);
+    profile.port = 3310;
+    QCOMPARE(saveAndWait(profile, "pw"), std::nullopt);
+    QVERIFY(m_store->sessions().empty());
+    QVERIFY(QTest::qWaitFor([&old] { return old.isNull(); }, 5000));
+    QCOMPARE(m_store->session(profile)->profile().port, std::int64_t(3310));
+}
+
+QTEST_GUILESS_MAIN(TestAppStore)
+#include "TestAppStore.moc"
