@@ -1,0 +1,307 @@
+#include "ClientChecks.h"
+#include "client/ClientThreadScope.h"
+#include "client/MySQLConnection.h"
+#include "core/AppError.h"
+#include "support/TestServer.h"
+
+#include <QTest>
+#include <memory>
+
+using namespace tallowick;
+using namespace tallowick::test;
+
+class TestQueryResults final : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void rowCap_data();
+    void rowCap();
+    void statementsWithoutResultSet_data();
+    void statementsWithoutResultSet();
+    void serverErrorKeepsConnectionUsable();
+    void cellValues_data();
+    void cellValues();
+    void invalidUtf8InTextColumn_data();
+    void invalidUtf8InTextColumn();
+    void fieldMetadata_data();
+    void fieldMetadata();
+    void columnDescriptions_data();
+    void columnDescriptions();
+
+private:
+    MySQLConnection &connection() { return m_scratch->connection(); }
+
+    // Slots run on the main thread, which therefore needs the client library's set-up.
+    ClientThreadScope m_clientThread;
+    TestServer m_server;
+    std::unique_ptr<ScratchDatabase> m_scratch;
+};
+
+void TestQueryResults::initTestCase()
+{
+    try {
+        m_server = TestServer::fromEnvironment();
+        m_scratch = std::make_unique<ScratchDatabase>(m_server);
+        m_scratch->run("CREATE TABLE customers (id INT PRIMARY KEY, name VARCHAR(40) NOT NULL, note VARCHAR(40))");
+        m_scratch->run("CREATE TABLE orders (id INT PRIMARY KEY, customer_id INT NOT NULL)");
+        m_scratch->run("INSERT INTO customers VALUES (1, 'Ada', NULL)");
+        m_scratch->run("INSERT INTO orders VALUES (10, 1)");
+        m_scratch->run("CREATE TABLE described ("
+                       " id INT NOT NULL PRIMARY KEY COMMENT 'row key',"
+                       " plain VARCHAR(20) NULL,"
+                       " empty_default VARCHAR(20) NOT NULL DEFAULT '',"
+                       " price DECIMAL(5,2) DEFAULT 1.50,"
+                       " doubled INT AS (id * 2) VIRTUAL,"
+                       " tripled INT AS (id * 3) STORED,"
+                       " created TIMESTAMP NOT NULL DEFAULT CURRENT_TIMESTAMP,"
+                       " words TEXT COLLATE utf8mb4_bin)");
+    } catch (const AppError &error) {
+        QFAIL(error.what());
+    }
+}
+
+void TestQueryResults::cleanupTestCase()
+{
+    m_scratch.reset();
+}
+
+void TestQueryResults::rowCap_data()
+{
+    QTest::addColumn<int>("available");
+    QTest::addColumn<qint64>("maxRows");
+    QTest::addColumn<int>("kept");
+    QTest::addColumn<bool>("truncated");
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("3 rows, maxRows 0") << 3 << qint64(0) << 0 << true << "0 rows · display limit reached";
+    QTest::newRow("no rows, maxRows 0") << 0 << qint64(0) << 0 << false << "0 rows";
+    QTest::newRow("2 rows, maxRows -1") << 2 << qint64(-1) << 0 << true << "0 rows · display limit reached";
+    QTest::newRow("1 row, maxRows 10") << 1 << qint64(10) << 1 << false << "1 rows";
+    QTest::newRow("3 rows, maxRows 3") << 3 << qint64(3) << 3 << false << "3 rows";
+    QTest::newRow("4 rows, maxRows 3") << 4 << qint64(3) << 3 << true << "3 rows · display limit reached";
+    QTest::newRow("200000 rows, maxRows 5") << 200000 << qint64(5) << 5 << true << "5 rows · display limit reached";
+    QTest::newRow("12000 rows, default cap")
+        << 12000 << qint64(MySQLConnection::defaultMaxRows) << 10000 << true << "10000 rows · display limit reached";
+}
+
+void TestQueryResults::rowCap()
+{
+    QFETCH(int, available);
+    QFETCH(qint64, maxRows);
+    QFETCH(int, kept);
+    QFETCH(bool, truncated);
+    QFETCH(QString, message);
+
+    const QueryResult result
+        = connection().query("SELECT seq FROM seq_1_to_200000 WHERE seq <= " + std::to_string(available), maxRows);
+    QCOMPARE(result.fields.size(), 1u);
+    QCOMPARE(result.rows.size(), std::size_t(kept));
+    for (int i = 0; i < kept; ++i) {
+        QCOMPARE(result.rows[std::size_t(i)].size(), 1u);
+        QCOMPARE(result.rows[std::size_t(i)][0], Cell(std::to_string(i + 1)));
+    }
+    QCOMPARE(result.truncated, truncated);
+    QCOMPARE(QString::fromStdString(result.message), message);
+    QCOMPARE(result.affected, std::uint64_t(0));
+
+    // Rows left unread on the wire would make this fail with "Commands out of sync".
+    QCOMPARE(scalar(connection(), "SELECT 'next'"), Cell("next"));
+}
+
+void TestQueryResults::statementsWithoutResultSet_data()
+{
+    QTest::addColumn<QString>("statement");
+    QTest::addColumn<quint64>("affected");
+
+    QTest::newRow("CREATE TABLE") << "CREATE TABLE counted (id INT PRIMARY KEY, v INT)" << quint64(0);
+    QTest::newRow("INSERT of three rows") << "INSERT INTO counted VALUES (1, 0), (2, 0), (3, 5)" << quint64(3);
+    // The connection counts matched rows: the row already holding 5 still counts.
+    QTest::newRow("UPDATE matching three, changing two") << "UPDATE counted SET v = 5" << quint64(3);
+    QTest::newRow("UPDATE matching nothing") << "UPDATE counted SET v = 1 WHERE id > 100" << quint64(0);
+    QTest::newRow("DELETE of one row") << "DELETE FROM counted WHERE id = 2" << quint64(1);
+    QTest::newRow("DROP TABLE") << "DROP TABLE counted" << quint64(0);
+}
+
+void TestQueryResults::statementsWithoutResultSet()
+{
+    // The rows build on each other, in order: table, rows, updates, drop.
+    QFETCH(QString, statement);
+    QFETCH(quint64, affected);
+
+    const QueryResult result = connection().query(statement.toStdString());
+    QVERIFY(result.fields.empty());
+    QVERIFY(result.rows.empty());
+    QVERIFY(!result.truncated);
+    QCOMPARE(result.affected, affected);
+    QCOMPARE(QString::fromStdString(result.message), QString::number(affected) + " rows affected");
+    QCOMPARE(QString::fromStdString(result.statement), statement);
+}
+
+void TestQueryResults::serverErrorKeepsConnectionUsable()
+{
+    const QString error = errorFrom([&] { connection().query("SELECT * FROM no_such_table"); });
+    QVERIFY2(error.startsWith("MySQL 1146: "), qPrintable(error));
+    QCOMPARE(scalar(connection(), "SELECT 2"), Cell("2"));
+}
+
+void TestQueryResults::cellValues_data()
+{
+    QTest::addColumn<QString>("columnType");
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<bool>("binary");
+    QTest::addColumn<Cell>("shown");
+
+    // clang-format off
+    QTest::newRow("VARCHAR NULL") << "VARCHAR(10)" << "NULL" << false << Cell();
+    QTest::newRow("VARCHAR ''") << "VARCHAR(10)" << "''" << false << Cell("");
+    QTest::newRow("VARCHAR 'NULL' is text") << "VARCHAR(10)" << "'NULL'" << false << Cell("NULL");
+    QTest::newRow("TEXT with NUL and U+1F9F9") << "TEXT" << "X'6100F09FA7B9'" << false
+                                               << Cell(std::string("a\0\xF0\x9F\xA7\xB9", 6));
+    QTest::newRow("JSON is text") << "JSON" << "'{\"a\": 1}'" << false << Cell("{\"a\": 1}");
+    QTest::newRow("INT") << "INT" << "-42" << false << Cell("-42");
+    QTest::newRow("DECIMAL(5,2) 1.5") << "DECIMAL(5,2)" << "1.5" << false << Cell("1.50");
+    QTest::newRow("VARBINARY [00 01 AB FF]") << "VARBINARY(10)" << "X'0001ABFF'" << true << Cell("0x0001ABFF");
+    QTest::newRow("VARBINARY ''") << "VARBINARY(10)" << "X''" << true << Cell("0x");
+    QTest::newRow("VARBINARY NULL") << "VARBINARY(10)" << "NULL" << true << Cell();
+    QTest::newRow("VARBINARY holding text 'ab'") << "VARBINARY(10)" << "'ab'" << true << Cell("0x6162");
+    QTest::newRow("BINARY(3) padded") << "BINARY(3)" << "X'41'" << true << Cell("0x410000");
+    QTest::newRow("BLOB [DE AD BE EF]") << "BLOB" << "X'DEADBEEF'" << true << Cell("0xDEADBEEF");
+    QTest::newRow("BIT(8) b'10000001'") << "BIT(8)" << "b'10000001'" << true << Cell("0x81");
+    // clang-format on
+}
+
+void TestQueryResults::cellValues()
+{
+    QFETCH(QString, columnType);
+    QFETCH(QString, stored);
+    QFETCH(bool, binary);
+    QFETCH(Cell, shown);
+
+    connection().query("DROP TABLE IF EXISTS cell");
+    connection().query("CREATE TABLE cell (c " + columnType.toStdString() + ")");
+    connection().query("INSERT INTO cell VALUES (" + stored.toStdString() + ")");
+    const QueryResult result = connection().query("SELECT c FROM cell");
+    QCOMPARE(result.fields.size(), 1u);
+    QCOMPARE(result.fields[0].binary, binary);
+    QCOMPARE(result.fields[0].editable(), !binary);
+    QCOMPARE(result.rows.size(), 1u);
+    QCOMPARE(result.rows[0][0], shown);
+}
+
+void TestQueryResults::invalidUtf8InTextColumn_data()
+{
+    QTest::addColumn<QString>("resultCharacterSet");
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<Cell>("shown");
+
+    // A latin1 column read without result conversion arrives as raw latin1 bytes under a
+    // non-binary character set: text that is not UTF-8.
+    // clang-format off
+    QTest::newRow("A [E9] B converted to utf8mb4") << "utf8mb4" << "X'41E942'" << Cell("A\u00E9B");
+    QTest::newRow("A [E9] B unconverted") << "NULL" << "X'41E942'" << Cell("A\uFFFDB");
+    QTest::newRow("[F0 9F A7] unconverted: one truncated sequence") << "NULL" << "X'F09FA7'" << Cell("\uFFFD");
+    QTest::newRow("[C3 A9] unconverted: valid UTF-8 by chance") << "NULL" << "X'C3A9'" << Cell("\u00E9");
+    // clang-format on
+}
+
+void TestQueryResults::invalidUtf8InTextColumn()
+{
+    QFETCH(QString, resultCharacterSet);
+    QFETCH(QString, stored);
+    QFETCH(Cell, shown);
+
+    connection().query("DROP TABLE IF EXISTS legacy");
+    connection().query("CREATE TABLE legacy (c VARCHAR(10) CHARACTER SET latin1)");
+    connection().query("INSERT INTO legacy VALUES (" + stored.toStdString() + ")");
+    connection().query("SET SESSION character_set_results = " + resultCharacterSet.toStdString());
+    const QueryResult result = connection().query("SELECT c FROM legacy");
+    connection().query("SET NAMES utf8mb4");
+    QVERIFY(!result.fields[0].binary);
+    QCOMPARE(result.rows[0][0], shown);
+}
+
+void TestQueryResults::fieldMetadata_data()
+{
+    QTest::addColumn<QString>("statement");
+    QTest::addColumn<int>("index");
+    QTest::addColumn<QString>("expected");
+
+    const QString join = "SELECT o.id, c.name AS who, c.note FROM orders o JOIN customers c ON c.id = o.customer_id";
+    // clang-format off
+    QTest::newRow("c.id AS k FROM customers c") << "SELECT c.id AS k FROM customers c" << 0
+        << "k = db.customers.id via c, type 3, primary";
+    QTest::newRow("plain column") << "SELECT name FROM customers" << 0
+        << "name = db.customers.name via customers, type 253";
+    QTest::newRow("join: o.id") << join << 0 << "id = db.orders.id via o, type 3, primary";
+    QTest::newRow("join: c.name AS who") << join << 1 << "who = db.customers.name via c, type 253";
+    QTest::newRow("join: c.note") << join << 2 << "note = db.customers.note via c, type 253, nullable";
+    QTest::newRow("computed id + 1") << "SELECT id + 1 AS n FROM customers" << 0 << "n = .. via , type 8, computed";
+    QTest::newRow("literal 'x'") << "SELECT 'x'" << 0 << "x = .. via , type 253, computed";
+    // clang-format on
+}
+
+void TestQueryResults::fieldMetadata()
+{
+    QFETCH(QString, statement);
+    QFETCH(int, index);
+    QFETCH(QString, expected);
+
+    const QueryResult result = connection().query(statement.toStdString());
+    QVERIFY(std::size_t(index) < result.fields.size());
+    const Field &field = result.fields[std::size_t(index)];
+    // Everything the grid and the cell editor rely on, in one line; the scratch schema reads "db".
+    const std::string database = field.database == m_scratch->name() ? "db" : field.database;
+    const std::string described = field.name + " = " + database + "." + field.table + "." + field.originalName + " via "
+        + field.sourceAlias + ", type " + field.type + (field.primary ? ", primary" : "")
+        + (field.nullable ? ", nullable" : "") + (field.editable() ? "" : ", computed");
+    QCOMPARE(QString::fromStdString(described), expected);
+}
+
+void TestQueryResults::columnDescriptions_data()
+{
+    QTest::addColumn<int>("position");
+    QTest::addColumn<QString>("expected");
+
+    // clang-format off
+    QTest::newRow("INT key: no collation, a comment") << 0
+        << "id int(11) NOT NULL PRI, default -, collation -, extra '', comment 'row key'";
+    QTest::newRow("nullable VARCHAR: no default") << 1
+        << "plain varchar(20) NULL, default -, collation 'utf8mb4_general_ci', extra '', comment ''";
+    QTest::newRow("DEFAULT '': empty, not absent") << 2
+        << "empty_default varchar(20) NOT NULL, default '', collation 'utf8mb4_general_ci', extra '', comment ''";
+    QTest::newRow("DECIMAL DEFAULT 1.50") << 3
+        << "price decimal(5,2) NULL, default '1.50', collation -, extra '', comment ''";
+    QTest::newRow("VIRTUAL generated") << 4
+        << "doubled int(11) NULL, default -, collation -, extra 'VIRTUAL GENERATED', comment '', generated";
+    QTest::newRow("STORED generated") << 5
+        << "tripled int(11) NULL, default -, collation -, extra 'STORED GENERATED', comment '', generated";
+    QTest::newRow("DEFAULT CURRENT_TIMESTAMP is not generated") << 6
+        << "created timestamp NOT NULL, default 'current_timestamp()', collation -, extra '', comment ''";
+    QTest::newRow("TEXT with its own collation") << 7
+        << "words text NULL, default -, collation 'utf8mb4_bin', extra '', comment ''";
+    // clang-format on
+}
+
+void TestQueryResults::columnDescriptions()
+{
+    QFETCH(int, position);
+    QFETCH(QString, expected);
+
+    const std::vector<ColumnInfo> columns = connection().columns(m_scratch->name(), "described");
+    QCOMPARE(columns.size(), 8u);
+    const ColumnInfo &column = columns[std::size_t(position)];
+    // An absent value prints as "-", so a lost NULL default cannot pass as an empty one.
+    const auto optional = [](const Cell &value) { return value ? "'" + *value + "'" : std::string("-"); };
+    const std::string described = column.name + " " + column.type + (column.nullable ? " NULL" : " NOT NULL")
+        + (column.primary ? " PRI" : "") + ", default " + optional(column.defaultValue) + ", collation "
+        + optional(column.collation) + ", extra '" + column.extra + "', comment '" + column.comment + "'"
+        + (column.generated() ? ", generated" : "");
+    QCOMPARE(QString::fromStdString(described), expected);
+}
+
+QTEST_GUILESS_MAIN(TestQueryResults)
+#include "TestQueryResults.moc"
