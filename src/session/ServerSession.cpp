@@ -398,6 +398,11 @@ void ServerSession::setMetadata(const QueryResult &value)
     assign(m_metadata, value, &ServerSession::metadataChanged);
 }
 
+void ServerSession::setUserGrants(const QueryResult &value)
+{
+    assign(m_userGrants, value, &ServerSession::userGrantsChanged);
+}
+
 void ServerSession::setShowSQL(const std::string &text)
 {
     assign(m_showSQL, text, &ServerSession::showSQLChanged);

@@ -51,6 +51,7 @@ class ServerSession final : public QObject
     Q_PROPERTY(tallowick::ColumnLists builderColumns READ builderColumns NOTIFY builderColumnsChanged)
     Q_PROPERTY(tallowick::QueryResult metadata READ metadata NOTIFY metadataChanged)
     Q_PROPERTY(std::string showSQL READ showSQL WRITE setShowSQL NOTIFY showSQLChanged)
+    Q_PROPERTY(tallowick::QueryResult userGrants READ userGrants NOTIFY userGrantsChanged)
 
 public:
     static constexpr const char *initialTabSQL
@@ -89,6 +90,8 @@ public:
     const ColumnLists &builderColumns() const { return m_builderColumns; }
     const QueryResult &metadata() const { return m_metadata; }
     const std::string &showSQL() const { return m_showSQL; }
+    // The grants of the account picked in the users panel.
+    const QueryResult &userGrants() const { return m_userGrants; }
 
     // Index of the active tab in `tabs`; 0 when no tab matches.
     std::size_t tabIndex() const;
@@ -153,6 +156,17 @@ public:
     void saveQuery();
     void loadBuilderColumns(const std::string &table);
 
+    // Administration: results go to `metadata`, an account's grants to `userGrants`.
+    void variables();
+    void processes();
+    // Asks first, then stops the server process (KILL) and reloads the process list.
+    void killProcess(std::uint64_t processID);
+    void grants(const std::string &user, const std::string &host);
+
+    enum class TransactionCommand { start, commit, rollback };
+    // Sends START TRANSACTION, COMMIT or ROLLBACK on the session's connection.
+    void transaction(TransactionCommand command);
+
 Q_SIGNALS:
     void connectedChanged();
     void busyChanged();
@@ -179,6 +193,7 @@ Q_SIGNALS:
     void builderColumnsChanged();
     void metadataChanged();
     void showSQLChanged();
+    void userGrantsChanged();
     // After any of the above.
     void changed();
     // A finished run's history entry, on the main thread.
@@ -217,6 +232,7 @@ private:
     void setCipher(const std::string &value);
     void setBuilderColumns(const ColumnLists &value);
     void setMetadata(const QueryResult &value);
+    void setUserGrants(const QueryResult &value);
 
     const ConnectionProfile m_profile;
     Keychain &m_keychain;
@@ -250,6 +266,7 @@ private:
     ColumnLists m_builderColumns;
     QueryResult m_metadata;
     std::string m_showSQL;
+    QueryResult m_userGrants;
 };
 
 template <typename T>
