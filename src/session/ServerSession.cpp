@@ -338,6 +338,13 @@ void ServerSession::setError(const OptionalText &value)
     assign(m_error, value, &ServerSession::errorChanged);
 }
 
+void ServerSession::reportProgress(const std::string &text)
+{
+    if (m_busy) {
+        setStatus(text);
+    }
+}
+
 void ServerSession::clearError()
 {
     setError(std::nullopt);

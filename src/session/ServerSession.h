@@ -112,6 +112,8 @@ public:
     void setBuilder(const BuilderSpec &builder);
     void setShowSQL(const std::string &text);
     void clearError();
+    // Progress of the running job in the status line (ignored once the session is idle again).
+    void reportProgress(const std::string &text);
     // The editor's text of a tab; marks it dirty when it changed.
     void setTabSQL(const QUuid &tab, const std::string &sql);
     void setTabResultIndex(const QUuid &tab, std::int64_t index);

@@ -125,11 +125,8 @@ void ServerSession::backup()
         [guard, database = m_database, partial, destination = *destination](MySQLConnection &client) {
             try {
                 client.backup(database, partial, [guard](const std::string &name) {
-                    postToMainThread(guard, [name](ServerSession &session) {
-                        if (session.busy()) {
-                            session.setStatus("Exporting " + name + "…");
-                        }
-                    });
+                    postToMainThread(
+                        guard, [name](ServerSession &session) { session.reportProgress("Exporting " + name + "…"); });
                 });
                 if (std::rename(partial.c_str(), destination.c_str()) != 0) {
                     throw AppError("Could not replace " + destination + " with the finished export.");
