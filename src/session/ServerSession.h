@@ -134,6 +134,7 @@ public:
         std::function<void(ServerSession &)> done);
 
     // Navigation and browsing.
+    void loadDatabases();
     void loadTables(const std::string &database);
     void chooseDatabase(const std::string &name);
     void selectTable(const std::string &table, const std::string &database);

@@ -25,6 +25,20 @@ struct OpenedTable {
 
 } // namespace
 
+void ServerSession::loadDatabases()
+{
+    perform<QueryResult>(
+        "Loading databases…", statement("SHOW DATABASES"), [](ServerSession &session, const QueryResult &listing) {
+            StringList names;
+            for (const Row &row : listing.rows) {
+                if (!row.empty() && row.front()) {
+                    names.push_back(*row.front());
+                }
+            }
+            session.setDatabases(names);
+        });
+}
+
 void ServerSession::loadTables(const std::string &database)
 {
     perform<QueryResult>("Loading " + database + "…",
