@@ -7,6 +7,7 @@
 #include "credentials/Keychain.h"
 #include "session/MainThread.h"
 #include "session/SerialLane.h"
+#include "session/TableBrowsing.h"
 #include "session/UserPrompts.h"
 
 #include <atomic>
@@ -214,13 +215,7 @@ void ServerSession::connectionOpened(
     setVersion(version);
     setCipher(cipher);
     m_connectionID = connectionID;
-    StringList names;
-    for (const Row &row : databases.rows) {
-        if (!row.empty() && row.front()) {
-            names.push_back(*row.front());
-        }
-    }
-    setDatabases(names);
+    setDatabases(databaseNames(databases));
     setStatus("Connected · MySQL " + version);
     // Coming back to a database kept from before a reconnect.
     if (!m_database.empty()) {

@@ -76,6 +76,17 @@ bool precedesInFileOrder(const std::string &a, const std::string &b)
     return i == left.size() && j < right.size();
 }
 
+std::vector<std::string> databaseNames(const QueryResult &listing)
+{
+    std::vector<std::string> names;
+    for (const Row &row : listing.rows) {
+        if (!row.empty() && row.front()) {
+            names.push_back(*row.front());
+        }
+    }
+    return names;
+}
+
 std::vector<TableInfo> tableListFrom(const QueryResult &listing)
 {
     std::vector<TableInfo> tables;

@@ -17,6 +17,9 @@ namespace tallowick
 // kind counts as a base table; a row without a name is skipped.
 std::vector<TableInfo> tableListFrom(const QueryResult &listing);
 
+// The first cell of each row of SHOW DATABASES, in server order; rows without one are skipped.
+std::vector<std::string> databaseNames(const QueryResult &listing);
+
 // True when `a` comes before `b` in that order, under the user's locale.
 bool precedesInFileOrder(const std::string &a, const std::string &b);
 
