@@ -27,16 +27,9 @@ struct OpenedTable {
 
 void ServerSession::loadDatabases()
 {
-    perform<QueryResult>(
-        "Loading databases…", statement("SHOW DATABASES"), [](ServerSession &session, const QueryResult &listing) {
-            StringList names;
-            for (const Row &row : listing.rows) {
-                if (!row.empty() && row.front()) {
-                    names.push_back(*row.front());
-                }
-            }
-            session.setDatabases(names);
-        });
+    perform<QueryResult>("Loading databases…",
+        statement("SHOW DATABASES"),
+        [](ServerSession &session, const QueryResult &listing) { session.setDatabases(databaseNames(listing)); });
 }
 
 void ServerSession::loadTables(const std::string &database)
