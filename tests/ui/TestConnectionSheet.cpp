@@ -1,0 +1,468 @@
+#include "client/ClientThreadScope.h"
+#include "client/MySQLConnection.h"
+#include "core/UuidText.h"
+#include "store/AppStore.h"
+#include "support/SessionHarness.h"
+#include "ui/ConnectionSheet.h"
+#include "ui/RevealablePasswordField.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThreadPool>
+
+using namespace tallowick;
+using namespace tallowick::test;
+
+namespace
+{
+
+constexpr int serverTimeout = 30000;
+
+// Everything a sheet needs: a store in a folder of its own over the fake keyring, and the
+// disposable server for connection tests.
+struct SheetFixture {
+    SessionHarness harness;
+    QTemporaryDir folder;
+    AppStore store { folder.path().toStdString(), harness.keychain, harness.prompts };
+
+    ~SheetFixture()
+    {
+        // Keyring reads and connection tests still running must not outlive the keyring.
+        QThreadPool::globalInstance()->waitForDone();
+    }
+
+    std::unique_ptr<ConnectionSheet> open(const ConnectionProfile &profile)
+    {
+        store.openConnectionSheet(profile);
+        auto sheet = std::make_unique<ConnectionSheet>(store, profile);
+        sheet->show();
+        return sheet;
+    }
+
+    // Opens the sheet and lets the stored password arrive.
+    std::unique_ptr<ConnectionSheet> openLoaded(const ConnectionProfile &profile)
+    {
+        auto sheet = open(profile);
+        QSignalSpy loaded(sheet.get(), &ConnectionSheet::passwordLoaded);
+        if (!loaded.wait(serverTimeout)) {
+            return nullptr;
+        }
+        return sheet;
+    }
+
+    std::optional<std::string> saveDirectly(const ConnectionProfile &profile, const std::string &password)
+    {
+        bool finished = false;
+        std::optional<std::string> error;
+        store.save(profile, password, [&](const std::optional<std::string> &result) {
+            finished = true;
+            error = result;
+        });
+        if (!QTest::qWaitFor([&finished] { return finished; }, serverTimeout)) {
+            return std::string("the save never finished");
+        }
+        return error;
+    }
+};
+
+void fill(ConnectionSheet &sheet, const ConnectionProfile &profile, const std::string &password)
+{
+    sheet.nameField()->setText(QString::fromStdString(profile.name));
+    sheet.hostField()->setText(QString::fromStdString(profile.host));
+    sheet.portField()->setText(QString::number(profile.port));
+    sheet.userField()->setText(QString::fromStdString(profile.user));
+    sheet.passwordField()->setText(QString::fromStdString(password));
+    sheet.databaseField()->setText(QString::fromStdString(profile.database));
+    sheet.tlsPicker()->setCurrentText(QString::fromUtf8(displayName(profile.tls).data()));
+    sheet.caPathField()->setText(QString::fromStdString(profile.caPath));
+}
+
+QLineEdit *textField(const ConnectionSheet &sheet, const QString &name)
+{
+    if (name == QLatin1String("name")) {
+        return sheet.nameField();
+    }
+    if (name == QLatin1String("host")) {
+        return sheet.hostField();
+    }
+    if (name == QLatin1String("port")) {
+        return sheet.portField();
+    }
+    return sheet.userField();
+}
+
+bool finishTest(ConnectionSheet &sheet)
+{
+    return QTest::qWaitFor([&sheet] { return !sheet.isTesting(); }, serverTimeout);
+}
+
+} // namespace
+
+// The connection sheet against a real store and the disposable server.
+class TestConnectionSheet final : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void titleTellsNewFromSaved_data();
+    void titleTellsNewFromSaved();
+    void invalidFormSendsNothing_data();
+    void invalidFormSendsNothing();
+    void testConnectionReportsTheLink_data();
+    void testConnectionReportsTheLink();
+    void failingTestShowsTheServerErrorAndKeepsTheForm();
+    void savingANewProfileStoresAndSelectsIt();
+    void keyringFailureKeepsTheSheetOpen();
+    void savedPasswordIsLoadedOnOpening_data();
+    void savedPasswordIsLoadedOnOpening();
+    void tlsModeShowsItsHelpAndTheCARow_data();
+    void tlsModeShowsItsHelpAndTheCARow();
+    void leavingVerifyKeepsTheCAPath();
+    void cancelSavesNothing();
+
+private:
+    ClientThreadScope m_clientThread; // the expected texts are read over a connection of the test's own
+};
+
+void TestConnectionSheet::titleTellsNewFromSaved_data()
+{
+    QTest::addColumn<bool>("saved");
+    QTest::addColumn<QString>("title");
+    QTest::newRow("new profile") << false << "New connection";
+    QTest::newRow("saved profile") << true << "Connection settings";
+}
+
+void TestConnectionSheet::titleTellsNewFromSaved()
+{
+    QFETCH(bool, saved);
+    QFETCH(QString, title);
+    SheetFixture fixture;
+    const ConnectionProfile profile = fixture.harness.profile("Titled");
+    if (saved) {
+        QCOMPARE(fixture.saveDirectly(profile, fixture.harness.server.password), std::optional<std::string>());
+    }
+    const auto sheet = fixture.open(profile);
+    QCOMPARE(sheet->title(), title);
+    QCOMPARE(sheet->findChild<QLabel *>(QStringLiteral("sheetTitle"))->text(), title);
+}
+
+void TestConnectionSheet::invalidFormSendsNothing_data()
+{
+    QTest::addColumn<QString>("field");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<bool>("save"); // otherwise "Test connection"
+    QTest::addColumn<QString>("message");
+
+    const QString name = QStringLiteral("Give this connection a name.");
+    const QString port = QStringLiteral("The port must be between 1 and 65535.");
+    QTest::newRow("test: empty name") << "name"
+                                      << "" << false << name;
+    QTest::newRow("save: blank name") << "name"
+                                      << " \t " << true << name;
+    QTest::newRow("test: blank host") << "host"
+                                      << "  " << false << "Enter the MySQL server hostname.";
+    QTest::newRow("test: port 70000") << "port"
+                                      << "70000" << false << port;
+    QTest::newRow("save: port 70000") << "port"
+                                      << "70000" << true << port;
+    QTest::newRow("save: port 0") << "port"
+                                  << "0" << true << port;
+    QTest::newRow("test: port not a number") << "port"
+                                             << "33o6" << false << port;
+    QTest::newRow("save: port not a number") << "port"
+                                             << "3306x" << true << port;
+    QTest::newRow("save: port past 64 bits") << "port"
+                                             << "99999999999999999999" << true << port;
+    QTest::newRow("test: empty user") << "user"
+                                      << "" << false << "Enter a MySQL username.";
+}
+
+void TestConnectionSheet::invalidFormSendsNothing()
+{
+    QFETCH(QString, field);
+    QFETCH(QString, value);
+    QFETCH(bool, save);
+    QFETCH(QString, message);
+
+    SheetFixture fixture;
+    const ConnectionProfile profile = fixture.harness.profile("Valid until edited");
+    const auto sheet = fixture.openLoaded(profile);
+    QVERIFY(sheet);
+    fill(*sheet, profile, fixture.harness.server.password);
+    QLineEdit *edited = textField(*sheet, field);
+    edited->setText(value);
+    const int writesBefore = fixture.harness.secrets.writes;
+
+    (save ? sheet->saveButton() : sheet->testButton())->click();
+
+    QCOMPARE(sheet->errorText(), message);
+    QVERIFY(!sheet->isTesting());
+    QVERIFY(sheet->testMessage().isEmpty());
+    QVERIFY(sheet->isVisible());
+    QCOMPARE(sheet->result(), int(QDialog::Rejected));
+    QVERIFY(fixture.store.showConnection());
+    QVERIFY(fixture.store.profiles().empty());
+    QCOMPARE(fixture.harness.secrets.writes, writesBefore);
+    QCOMPARE(edited->text(), value);
+    QVERIFY(sheet->saveButton()->isEnabled());
+}
+
+void TestConnectionSheet::testConnectionReportsTheLink_data()
+{
+    QTest::addColumn<TLSMode>("mode");
+    QTest::addColumn<bool>("withCA");
+    QTest::newRow("TLS disabled on a TLS-capable server") << TLSMode::disabled << false;
+    QTest::newRow("require encryption") << TLSMode::require << false;
+    QTest::newRow("verify against the test CA") << TLSMode::verify << true;
+}
+
+void TestConnectionSheet::testConnectionReportsTheLink()
+{
+    QFETCH(TLSMode, mode);
+    QFETCH(bool, withCA);
+
+    SheetFixture fixture;
+    ConnectionProfile profile = fixture.harness.profile("Tested");
+    profile.tls = mode;
+    profile.caPath = withCA ? fixture.harness.server.caPath : std::string();
+    const auto expectedLink = fixture.harness.server.connect(profile);
+    const QString expected = QString::fromStdString("Connected · MySQL " + expectedLink->version() + " · "
+        + (mode == TLSMode::disabled ? std::string("unencrypted TCP") : expectedLink->cipher()));
+    QVERIFY(mode == TLSMode::disabled || !expectedLink->cipher().empty());
+
+    const auto sheet = fixture.openLoaded(profile);
+    QVERIFY(sheet);
+    fill(*sheet, profile, fixture.harness.server.password);
+    const int writesBefore = fixture.harness.secrets.writes;
+    sheet->testButton()->click();
+    QVERIFY(sheet->isTesting());
+    QVERIFY(!sheet->testButton()->isEnabled());
+    QVERIFY(finishTest(*sheet));
+
+    QCOMPARE(sheet->testMessage(), expected);
+    QVERIFY(sheet->errorText().isEmpty());
+    QVERIFY(sheet->testButton()->isEnabled());
+    // A test never saves.
+    QVERIFY(fixture.store.profiles().empty());
+    QCOMPARE(fixture.harness.secrets.writes, writesBefore);
+}
+
+void TestConnectionSheet::failingTestShowsTheServerErrorAndKeepsTheForm()
+{
+    SheetFixture fixture;
+    // The keyring holds the right password; the test must use the typed, wrong one.
+    const ConnectionProfile profile = fixture.harness.profile("Wrong password");
+    const auto sheet = fixture.openLoaded(profile);
+    QVERIFY(sheet);
+    QCOMPARE(sheet->passwordField()->text(), QString::fromStdString(fixture.harness.server.password));
+    fill(*sheet, profile, "not-the-password");
+    sheet->testButton()->click();
+    QVERIFY(finishTest(*sheet));
+
+    QVERIFY2(sheet->testMessage().startsWith(QStringLiteral("MySQL 1045: ")), qPrintable(sheet->testMessage()));
+    QCOMPARE(sheet->passwordField()->text(), QStringLiteral("not-the-password"));
+    QCOMPARE(sheet->profile(), profile);
+    QVERIFY(sheet->isVisible());
+}
+
+void TestConnectionSheet::savingANewProfileStoresAndSelectsIt()
+{
+    SheetFixture fixture;
+    ConnectionProfile profile;
+    const auto sheet = fixture.openLoaded(profile);
+    QVERIFY(sheet);
+    QSignalSpy accepted(sheet.get(), &QDialog::accepted);
+    sheet->nameField()->setText(QStringLiteral("Staging"));
+    sheet->hostField()->setText(QStringLiteral("db.staging.test"));
+    sheet->portField()->clear(); // empty means the default port
+    sheet->userField()->setText(QStringLiteral("deploy"));
+    sheet->passwordField()->setText(QStringLiteral("p@ss word"));
+    sheet->databaseField()->setText(QStringLiteral("shop"));
+    sheet->tlsPicker()->setCurrentText(QStringLiteral("Require encryption"));
+    sheet->readOnlyToggle()->setChecked(true);
+    sheet->colorPicker()->setCurrentText(QStringLiteral("teal"));
+    sheet->saveButton()->click();
+    QVERIFY(accepted.wait(serverTimeout));
+
+    profile.name = "Staging";
+    profile.host = "db.staging.test";
+    profile.port = 3306;
+    profile.user = "deploy";
+    profile.database = "shop";
+    profile.tls = TLSMode::require;
+    profile.readOnly = true;
+    profile.color = "teal";
+    QCOMPARE(fixture.store.profiles(), std::vector<ConnectionProfile> { profile });
+    QCOMPARE(fixture.harness.secrets.items[uuidText(profile.id)], std::string("p@ss word"));
+    QCOMPARE(fixture.store.selected(), std::optional<QUuid>(profile.id));
+    QVERIFY(!fixture.store.showConnection());
+    QCOMPARE(sheet->result(), int(QDialog::Accepted));
+    QVERIFY(!sheet->isVisible());
+}
+
+void TestConnectionSheet::keyringFailureKeepsTheSheetOpen()
+{
+    SheetFixture fixture;
+    const ConnectionProfile profile = fixture.harness.profile("Locked keyring");
+    const auto sheet = fixture.openLoaded(profile);
+    QVERIFY(sheet);
+    sheet->passwordField()->setText(QStringLiteral("new secret"));
+    sheet->hostField()->setText(QStringLiteral("db.locked.test"));
+    fixture.harness.secrets.nextFailure = SecretOutcome::failed(3, "Keyring locked");
+    QSignalSpy errors(sheet.get(), &ConnectionSheet::errorTextChanged);
+    sheet->saveButton()->click();
+    QVERIFY(errors.wait(serverTimeout));
+
+    QCOMPARE(sheet->errorText(), QStringLiteral("The keyring could not save the password (3)."));
+    QVERIFY(sheet->isVisible());
+    QCOMPARE(sheet->result(), int(QDialog::Rejected));
+    QVERIFY(fixture.store.showConnection());
+    QVERIFY(fixture.store.profiles().empty());
+    QCOMPARE(sheet->passwordField()->text(), QStringLiteral("new secret"));
+    QCOMPARE(sheet->hostField()->text(), QStringLiteral("db.locked.test"));
+
+    // Once the keyring answers again, the same sheet saves what was kept.
+    QVERIFY(sheet->saveButton()->isEnabled());
+    QSignalSpy accepted(sheet.get(), &QDialog::accepted);
+    sheet->saveButton()->click();
+    QVERIFY(accepted.wait(serverTimeout));
+    QCOMPARE(fixture.store.profiles().size(), std::size_t(1));
+    QCOMPARE(fixture.store.profiles().front().host, std::string("db.locked.test"));
+    QCOMPARE(fixture.harness.secrets.items[uuidText(profile.id)], std::string("new secret"));
+}
+
+void TestConnectionSheet::savedPasswordIsLoadedOnOpening_data()
+{
+    QTest::addColumn<bool>("keyringFails");
+    QTest::addColumn<bool>("typeBeforeItArrives");
+    QTest::addColumn<QString>("password");
+    QTest::addColumn<QString>("error");
+
+    const QString stored = QStringLiteral("tallowick-test-pw");
+    QTest::newRow("stored password") << false << false << stored << QString();
+    QTest::newRow("typed before the keyring answered") << false << true << "typed first" << QString();
+    QTest::newRow("keyring failure") << true << false << QString()
+                                     << "Could not access the saved password: Keyring locked. Reopen connection "
+                                        "settings to try again, or enter the database password yourself.";
+}
+
+void TestConnectionSheet::savedPasswordIsLoadedOnOpening()
+{
+    QFETCH(bool, keyringFails);
+    QFETCH(bool, typeBeforeItArrives);
+    QFETCH(QString, password);
+    QFETCH(QString, error);
+
+    SheetFixture fixture;
+    ConnectionProfile profile = fixture.harness.profile("Loaded");
+    QCOMPARE(fixture.harness.server.password, std::string("tallowick-test-pw"));
+    if (keyringFails) {
+        fixture.harness.secrets.nextFailure = SecretOutcome::failed(3, "Keyring locked");
+    }
+    const auto sheet = fixture.open(profile);
+    QSignalSpy loaded(sheet.get(), &ConnectionSheet::passwordLoaded);
+    if (typeBeforeItArrives) {
+        // The keyring's answer comes back through the event loop, which has not run yet.
+        sheet->passwordField()->setText(QStringLiteral("typed first"));
+    }
+    QVERIFY(loaded.wait(serverTimeout));
+
+    QCOMPARE(sheet->passwordField()->text(), password);
+    QCOMPARE(sheet->errorText(), error);
+    QCOMPARE(sheet->passwordUnavailable(), keyringFails);
+    if (keyringFails) {
+        // The user types the password again and saving stores it.
+        sheet->passwordField()->setText(QStringLiteral("retyped"));
+        QSignalSpy accepted(sheet.get(), &QDialog::accepted);
+        sheet->saveButton()->click();
+        QVERIFY(accepted.wait(serverTimeout));
+        QCOMPARE(fixture.harness.secrets.items[uuidText(profile.id)], std::string("retyped"));
+    }
+}
+
+void TestConnectionSheet::tlsModeShowsItsHelpAndTheCARow_data()
+{
+    QTest::addColumn<QString>("mode");
+    QTest::addColumn<QString>("help");
+    QTest::addColumn<bool>("caRow");
+    QTest::newRow("verify") << "Verify certificate"
+                            << "Uses the system CA bundle when no custom CA is selected. Hostname verification is "
+                               "enabled."
+                            << true;
+    QTest::newRow("require") << "Require encryption"
+                             << "Encrypts traffic without verifying the server certificate." << false;
+    QTest::newRow("disabled") << "Disabled — unencrypted"
+                              << "Traffic is unencrypted. Choose Verify certificate for a server that supports TLS."
+                              << false;
+}
+
+void TestConnectionSheet::tlsModeShowsItsHelpAndTheCARow()
+{
+    QFETCH(QString, mode);
+    QFETCH(QString, help);
+    QFETCH(bool, caRow);
+
+    SheetFixture fixture;
+    const auto sheet = fixture.open(fixture.harness.profile("TLS"));
+    QStringList titles;
+    for (int index = 0; index < sheet->tlsPicker()->count(); ++index) {
+        titles << sheet->tlsPicker()->itemText(index);
+    }
+    QCOMPARE(titles,
+        QStringList({ QStringLiteral("Verify certificate"),
+            QStringLiteral("Require encryption"),
+            QStringLiteral("Disabled — unencrypted") }));
+    // Start from a different mode so the change is what is tested.
+    sheet->tlsPicker()->setCurrentIndex((titles.indexOf(mode) + 1) % 3);
+    sheet->tlsPicker()->setCurrentText(mode);
+    QCOMPARE(sheet->tlsHelp()->text(), help);
+    QCOMPARE(sheet->isCARowVisible(), caRow);
+    QCOMPARE(sheet->caPathField()->isVisible(), caRow);
+}
+
+void TestConnectionSheet::leavingVerifyKeepsTheCAPath()
+{
+    SheetFixture fixture;
+    ConnectionProfile profile = fixture.harness.profile("Verified");
+    profile.tls = TLSMode::verify;
+    profile.caPath = fixture.harness.server.caPath;
+    const auto sheet = fixture.openLoaded(profile);
+    QVERIFY(sheet);
+    QVERIFY(sheet->isCARowVisible());
+    QCOMPARE(sheet->caPathField()->text(), QString::fromStdString(profile.caPath));
+
+    sheet->tlsPicker()->setCurrentText(QStringLiteral("Require encryption"));
+    QVERIFY(!sheet->isCARowVisible());
+    QCOMPARE(sheet->profile().caPath, profile.caPath);
+
+    QSignalSpy accepted(sheet.get(), &QDialog::accepted);
+    sheet->saveButton()->click();
+    QVERIFY(accepted.wait(serverTimeout));
+    QCOMPARE(fixture.store.profiles().front().tls, TLSMode::require);
+    QCOMPARE(fixture.store.profiles().front().caPath, profile.caPath);
+}
+
+void TestConnectionSheet::cancelSavesNothing()
+{
+    SheetFixture fixture;
+    const auto sheet = fixture.openLoaded(ConnectionProfile());
+    QVERIFY(sheet);
+    QSignalSpy rejected(sheet.get(), &QDialog::rejected);
+    fill(*sheet, fixture.harness.server.profile(), "typed");
+    sheet->cancelButton()->click();
+
+    QCOMPARE(rejected.count(), 1);
+    QVERIFY(!fixture.store.showConnection());
+    QVERIFY(fixture.store.profiles().empty());
+    QVERIFY(!fixture.store.selected());
+    QCOMPARE(fixture.harness.secrets.writes, 0);
+}
+
+QTEST_MAIN(TestConnectionSheet)
+#include "TestConnectionSheet.moc"
