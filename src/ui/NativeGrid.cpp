@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QContextMenuEvent>
+#include <QFocusEvent>
 #include <QFontDatabase>
 #include <QHeaderView>
 #include <QLineEdit>
@@ -130,6 +131,19 @@ public:
         const QString text = editor->text();
         editor->original = text; // a second commit of the same editor sends nothing more
         m_finished(editor->row, editor->field, text);
+    }
+
+protected:
+    bool eventFilter(QObject *object, QEvent *event) override
+    {
+        // Switching to another window, or the window closing, leaves the edit open instead of
+        // saving it: only the user's own move within the window (Enter, Tab, a click elsewhere)
+        // confirms a change, and nothing reaches a host that is being torn down.
+        if (event->type() == QEvent::FocusOut
+            && static_cast<QFocusEvent *>(event)->reason() == Qt::ActiveWindowFocusReason) {
+            return false;
+        }
+        return QStyledItemDelegate::eventFilter(object, event);
     }
 
 private:
@@ -366,6 +380,16 @@ void NativeGrid::syncSelection(std::int64_t selectedRow)
     if (rows == 0) {
         selectionModel()->clear();
     }
+}
+
+NativeGrid::~NativeGrid()
+{
+    // An edit still open when the grid goes away is abandoned, not saved: the host that would
+    // receive it is being torn down too.
+    if (QWidget *editor = indexWidget(currentIndex())) {
+        closeEditor(editor, QAbstractItemDelegate::NoHint);
+    }
+    blockSignals(true);
 }
 
 void NativeGrid::finishEdit(int row, int field, const QString &text)

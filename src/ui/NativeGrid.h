@@ -28,6 +28,7 @@ class NativeGrid : public QTableView
 
 public:
     explicit NativeGrid(QWidget *parent = nullptr);
+    ~NativeGrid() override;
 
     // The host hands in a new value on every refresh. The same result (id, rows and editable
     // flag) reloads nothing; a result with the same column names reloads rows but keeps the

@@ -1,0 +1,326 @@
+#include "ui/CsvImportForm.h"
+
+#include "client/MySQLConnection.h"
+#include "core/AppError.h"
+#include "management/ManagementSQL.h"
+#include "session/MainThread.h"
+#include "session/ServerSession.h"
+#include "session/UserPrompts.h"
+
+#include <QCheckBox>
+#include <QFile>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+namespace tallowick
+{
+
+namespace
+{
+
+QString text(std::string_view value)
+{
+    return QString::fromUtf8(value.data(), static_cast<qsizetype>(value.size()));
+}
+
+QLabel *captionLabel(const QString &caption = {})
+{
+    auto *label = new QLabel(caption);
+    label->setWordWrap(true);
+    label->setStyleSheet(QStringLiteral("color: #6b7280;"));
+    return label;
+}
+
+std::string rowsText(std::size_t count)
+{
+    return std::to_string(count) + (count == 1 ? " row" : " rows");
+}
+
+const char *const readOnlyMessage = "This connection is read-only.";
+
+} // namespace
+
+CsvImportForm::CsvImportForm(ServerSession &session, UserPrompts &prompts, QWidget *parent)
+    : QDialog(parent)
+    , m_session(&session)
+    , m_prompts(prompts)
+    , m_context { session.database(), session.selectedTable(), session.columns() }
+    , m_readOnly(session.profile().readOnly)
+    , m_fileName(new QLabel(QStringLiteral("No file chosen")))
+    , m_choose(new QPushButton(QStringLiteral("Choose file…")))
+    , m_nullMarker(new QCheckBox(text(csvNullOptionTitle)))
+    , m_mapping(captionLabel())
+    , m_rowCount(captionLabel())
+    , m_preview(new QTableWidget)
+    , m_error(new QLabel)
+    , m_cancel(new QPushButton(QStringLiteral("Cancel")))
+    , m_import(new QPushButton(QStringLiteral("Import")))
+{
+    setModal(true);
+    setWindowTitle(text(formTitle(ManagementSheet::importCSV)));
+    setMinimumSize(640, 480);
+
+    auto *root = new QVBoxLayout(this);
+    root->setContentsMargins(24, 22, 24, 20);
+    root->setSpacing(12);
+    auto *title = new QLabel(text(formTitle(ManagementSheet::importCSV)));
+    QFont titleFont = title->font();
+    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.35);
+    titleFont.setWeight(QFont::DemiBold);
+    title->setFont(titleFont);
+    root->addWidget(title);
+    root->addWidget(captionLabel(
+        QStringLiteral("Into table %1.%2. The first row names the columns; every row goes in, or none does.")
+            .arg(text(m_context.database), text(m_context.table))));
+
+    m_choose->setObjectName(QStringLiteral("choose"));
+    m_fileName->setObjectName(QStringLiteral("fileName"));
+    auto *fileRow = new QHBoxLayout;
+    fileRow->addWidget(m_choose);
+    fileRow->addWidget(m_fileName, 1);
+    root->addLayout(fileRow);
+
+    m_nullMarker->setObjectName(QStringLiteral("nullMarker"));
+    m_nullMarker->setChecked(true);
+    root->addWidget(m_nullMarker);
+    m_mapping->setObjectName(QStringLiteral("mapping"));
+    root->addWidget(m_mapping);
+
+    m_preview->setObjectName(QStringLiteral("preview"));
+    m_preview->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_preview->setSelectionMode(QAbstractItemView::NoSelection);
+    m_preview->verticalHeader()->setDefaultSectionSize(22);
+    root->addWidget(m_preview, 1);
+    m_rowCount->setObjectName(QStringLiteral("rowCount"));
+    root->addWidget(m_rowCount);
+
+    m_error->setObjectName(QStringLiteral("error"));
+    m_error->setWordWrap(true);
+    m_error->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_error->setStyleSheet(QStringLiteral("color: #b91c1c;"));
+    m_error->hide();
+    root->addWidget(m_error);
+
+    m_cancel->setObjectName(QStringLiteral("cancel"));
+    m_import->setObjectName(QStringLiteral("apply"));
+    m_import->setDefault(true);
+    auto *buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    buttons->addWidget(m_cancel);
+    buttons->addWidget(m_import);
+    root->addLayout(buttons);
+
+    QObject::connect(m_choose, &QPushButton::clicked, this, &CsvImportForm::chooseFile);
+    QObject::connect(m_nullMarker, &QCheckBox::toggled, this, [this] {
+        if (!m_bytes.empty()) {
+            plan();
+        }
+    });
+    QObject::connect(m_cancel, &QPushButton::clicked, this, &CsvImportForm::reject);
+    QObject::connect(m_import, &QPushButton::clicked, this, &CsvImportForm::apply);
+    QObject::connect(&session, &ServerSession::busyChanged, this, &CsvImportForm::sessionStateChanged);
+    // A failed job goes idle first and reports its error next, so both are watched.
+    QObject::connect(&session, &ServerSession::errorChanged, this, &CsvImportForm::sessionStateChanged);
+
+    if (m_readOnly) {
+        setErrorText(QString::fromUtf8(readOnlyMessage));
+    } else if (m_context.table.empty()) {
+        setErrorText(QStringLiteral("Choose a table first."));
+    }
+    showPlan();
+}
+
+void CsvImportForm::chooseFile()
+{
+    if (const std::optional<std::string> path = m_prompts.chooseFileToOpen(UserPrompts::FileKind::csv)) {
+        loadFile(QString::fromStdString(*path));
+    }
+}
+
+bool CsvImportForm::loadFile(const QString &path)
+{
+    m_bytes.clear();
+    m_plan.reset();
+    m_fileName->setText(QFileInfo(path).fileName());
+    if (m_readOnly) {
+        showPlan();
+        setErrorText(QString::fromUtf8(readOnlyMessage));
+        return false;
+    }
+    if (m_context.table.empty()) {
+        showPlan();
+        setErrorText(QStringLiteral("Choose a table first."));
+        return false;
+    }
+    QFile file(path);
+    // One byte past the limit is enough for the planner to refuse a large file, without holding
+    // all of it in memory.
+    QByteArray bytes;
+    if (file.open(QIODevice::ReadOnly)) {
+        bytes = file.read(static_cast<qint64>(csvImportMaxBytes) + 1);
+    }
+    if (file.error() != QFileDevice::NoError) {
+        showPlan();
+        setErrorText(QStringLiteral("Could not read %1: %2").arg(QFileInfo(path).fileName(), file.errorString()));
+        return false;
+    }
+    m_bytes = bytes.toStdString();
+    const bool planned = plan();
+    if (!planned) {
+        // Nothing the NULL option changes can make this file acceptable.
+        m_bytes.clear();
+    }
+    return planned;
+}
+
+bool CsvImportForm::plan()
+{
+    try {
+        m_plan = std::make_shared<const CsvImportPlan>(
+            planCsvImport(m_bytes, m_context.columns, m_nullMarker->isChecked()));
+    } catch (const AppError &refusal) {
+        m_plan.reset();
+        showPlan();
+        setErrorText(QString::fromStdString(refusal.message()));
+        return false;
+    }
+    setErrorText({});
+    showPlan();
+    return true;
+}
+
+QString CsvImportForm::mappingText() const
+{
+    return m_mapping->text();
+}
+
+void CsvImportForm::showPlan()
+{
+    m_preview->clear();
+    if (!m_plan) {
+        m_preview->setRowCount(0);
+        m_preview->setColumnCount(0);
+        m_mapping->clear();
+        m_rowCount->clear();
+        updateButtons();
+        return;
+    }
+    QStringList mapping;
+    QStringList headings;
+    for (std::size_t i = 0; i < m_plan->header.size(); ++i) {
+        const QString header = text(m_plan->header[i]);
+        const QString column = text(m_plan->columns[i]);
+        mapping << (header == column ? column : QStringLiteral("%1 → %2").arg(header, column));
+        headings << column;
+    }
+    m_mapping->setText(QStringLiteral("Columns: ") + mapping.join(QStringLiteral(", ")));
+
+    const std::span<const Row> rows = m_plan->preview();
+    m_preview->setColumnCount(static_cast<int>(headings.size()));
+    m_preview->setHorizontalHeaderLabels(headings);
+    m_preview->setRowCount(static_cast<int>(rows.size()));
+    QFont nullFont = m_preview->font();
+    nullFont.setItalic(true);
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+        for (std::size_t column = 0; column < rows[row].size(); ++column) {
+            const Cell &cell = rows[row][column];
+            auto *item = new QTableWidgetItem(cell ? text(*cell) : QStringLiteral("NULL"));
+            if (!cell) {
+                item->setFont(nullFont);
+                item->setForeground(QColor(0x6b, 0x72, 0x80));
+            }
+            m_preview->setItem(static_cast<int>(row), static_cast<int>(column), item);
+        }
+    }
+    const std::size_t total = m_plan->rows.size();
+    m_rowCount->setText(total > rows.size()
+            ? QStringLiteral("%1 to import; the first %2 are shown.").arg(text(rowsText(total))).arg(rows.size())
+            : text(rowsText(total) + " to import."));
+    updateButtons();
+}
+
+QString CsvImportForm::errorText() const
+{
+    return m_error->text();
+}
+
+void CsvImportForm::setErrorText(const QString &message)
+{
+    m_error->setText(message);
+    m_error->setVisible(!message.isEmpty());
+}
+
+void CsvImportForm::apply()
+{
+    if (m_readOnly) {
+        setErrorText(QString::fromUtf8(readOnlyMessage));
+        return;
+    }
+    if (!m_plan) {
+        if (errorText().isEmpty()) {
+            setErrorText(QStringLiteral("Choose a CSV file first."));
+        }
+        return;
+    }
+    if (!m_session || m_session->busy() || m_importing) {
+        return;
+    }
+
+    const QPointer<ServerSession> session = m_session;
+    std::function<std::size_t(MySQLConnection &)> task = [plan = m_plan, where = m_context, session](
+                                                             MySQLConnection &client) {
+        return runCsvImport(client, where.database, where.table, *plan, [session](std::size_t done, std::size_t total) {
+            postToMainThread(session,
+                [status = csvImportStatus(done, total)](ServerSession &target) { target.reportProgress(status); });
+        });
+    };
+    const QPointer<CsvImportForm> form(this);
+    std::function<void(ServerSession &, std::size_t)> done
+        = [form, where = m_context](ServerSession &target, std::size_t imported) {
+              if (target.database() == where.database && target.selectedTable() == where.table) {
+                  target.browse();
+                  // Shown while the page reloads (the status only changes while a job runs).
+                  target.reportProgress("Imported " + rowsText(imported) + " into " + where.table);
+              }
+              if (form) {
+                  form->m_importing = false;
+                  form->accept();
+              }
+          };
+    setErrorText({});
+    m_importing = true;
+    m_session->perform<std::size_t>(std::string(importingCsvStatus), std::move(task), std::move(done));
+    if (!m_session->busy()) {
+        m_importing = false;
+        if (m_session->error()) {
+            setErrorText(QString::fromStdString(*m_session->error()));
+        }
+    }
+    updateButtons();
+}
+
+void CsvImportForm::sessionStateChanged()
+{
+    // As with the other forms: success closes the form from the job's completion, a failure
+    // (the whole import rolled back) is repeated here and the form stays open.
+    if (m_importing && m_session && !m_session->busy() && m_session->error()) {
+        m_importing = false;
+        setErrorText(QString::fromStdString(*m_session->error()));
+    }
+    updateButtons();
+}
+
+void CsvImportForm::updateButtons()
+{
+    const bool idle = m_session && !m_session->busy() && !m_importing;
+    m_choose->setEnabled(!m_readOnly && idle);
+    m_nullMarker->setEnabled(!m_readOnly && idle);
+    m_import->setEnabled(!m_readOnly && idle && m_plan != nullptr);
+}
+
+} // namespace tallowick

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "management/CsvImport.h"
+#include "management/ManagementDraft.h"
+
+#include <QDialog>
+#include <QPointer>
+#include <memory>
+#include <string>
+
+class QCheckBox;
+class QLabel;
+class QPushButton;
+class QTableWidget;
+
+namespace tallowick
+{
+
+class ServerSession;
+class UserPrompts;
+
+// Imports a UTF-8 CSV file into the session's selected table. Loading a file reads and plans it
+// at once (header mapped onto the table's columns, first rows previewed), so every refusal shows
+// before anything is sent; the import itself is one job on the session's lane that inserts all
+// rows in one transaction or none of them.
+//
+// The target table is taken from the session when the form opens. Main thread only; `prompts`
+// must outlive the form, the session need not.
+class CsvImportForm : public QDialog
+{
+    Q_OBJECT
+
+public:
+    CsvImportForm(ServerSession &session, UserPrompts &prompts, QWidget *parent = nullptr);
+
+    bool loadFile(const QString &path); // reads, plans and previews; false with the refusal shown inline
+    QString errorText() const;
+    void apply();
+
+    // Asks for a file and loads it; nothing changes when the person cancels.
+    void chooseFile();
+    // The planned rows, once a file has loaded.
+    std::size_t rowCount() const { return m_plan ? m_plan->rows.size() : 0; }
+    QString mappingText() const;
+
+private:
+    bool plan();
+    void showPlan();
+    void setErrorText(const QString &text);
+    void sessionStateChanged();
+    void updateButtons();
+
+    QPointer<ServerSession> m_session;
+    UserPrompts &m_prompts;
+    const ManagementContext m_context;
+    const bool m_readOnly;
+    std::string m_bytes; // the loaded file, kept so the NULL toggle can plan it again
+    std::shared_ptr<const CsvImportPlan> m_plan; // shared with the running import
+    bool m_importing = false;
+
+    QLabel *m_fileName;
+    QPushButton *m_choose;
+    QCheckBox *m_nullMarker;
+    QLabel *m_mapping;
+    QLabel *m_rowCount;
+    QTableWidget *m_preview;
+    QLabel *m_error;
+    QPushButton *m_cancel;
+    QPushButton *m_import;
+};
+
+} // namespace tallowick

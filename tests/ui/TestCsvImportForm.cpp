@@ -1,0 +1,312 @@
+#include "client/ClientThreadScope.h"
+#include "core/SqlQuoting.h"
+#include "management/CsvImport.h"
+#include "support/SessionHarness.h"
+#include "ui/CsvImportForm.h"
+
+#include <QCheckBox>
+#include <QFile>
+#include <QLabel>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace tallowick;
+using namespace tallowick::test;
+
+// The CSV import form over a live session: files are read, planned and imported into a scratch
+// table, and the table is read back from the server.
+class TestCsvImportForm final : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void importedRowsReadBackExactly_data();
+    void importedRowsReadBackExactly();
+    void failingRowLeavesTheTableUnchanged();
+    void refusals_data();
+    void refusals();
+    void sizeLimit_data();
+    void sizeLimit();
+    void readOnlyProfileRefuses();
+    void cancelledFileChoiceChangesNothing();
+
+private:
+    bool connectTo(const ConnectionProfile &profile);
+    QString writeFile(const QByteArray &bytes);
+    // Rows as "a|b|c" with SQL NULL as <null>.
+    QStringList rows(const std::string &sql);
+    static QPushButton *button(const CsvImportForm &form, const QString &name)
+    {
+        return form.findChild<QPushButton *>(name);
+    }
+
+    ClientThreadScope m_clientThread; // the scratch database is read from this thread
+    std::unique_ptr<SessionHarness> m_harness;
+    std::unique_ptr<ScratchDatabase> m_scratch;
+    std::unique_ptr<ServerSession> m_session;
+    std::unique_ptr<QTemporaryDir> m_folder;
+};
+
+void TestCsvImportForm::init()
+{
+    m_harness = std::make_unique<SessionHarness>();
+    m_scratch = std::make_unique<ScratchDatabase>(m_harness->server);
+    m_scratch->run("CREATE TABLE people (id INT PRIMARY KEY, name VARCHAR(100) NOT NULL, note TEXT NULL, "
+                   "doubled INT AS (id * 2) VIRTUAL) ENGINE=InnoDB DEFAULT CHARSET=utf8mb4");
+    m_folder = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_folder->isValid());
+    QVERIFY(connectTo(m_harness->profile()));
+}
+
+void TestCsvImportForm::cleanup()
+{
+    if (m_session) {
+        QVERIFY(settle(*m_session));
+    }
+    m_session.reset();
+    m_folder.reset();
+    m_scratch.reset();
+    m_harness.reset();
+}
+
+bool TestCsvImportForm::connectTo(const ConnectionProfile &profile)
+{
+    m_session = m_harness->session(profile);
+    if (!connectAndSettle(*m_session)) {
+        return false;
+    }
+    m_session->selectTable("people", m_scratch->name());
+    return settle(*m_session) && m_session->selectedTable() == "people";
+}
+
+QString TestCsvImportForm::writeFile(const QByteArray &bytes)
+{
+    static int count = 0;
+    const QString path = m_folder->filePath(QStringLiteral("import-%1.csv").arg(++count));
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size()) {
+        qFatal("Could not write %s", qPrintable(path));
+    }
+    return path;
+}
+
+QStringList TestCsvImportForm::rows(const std::string &sql)
+{
+    QStringList lines;
+    for (const Row &row : m_scratch->run(sql).rows) {
+        QStringList cells;
+        for (const Cell &cell : row) {
+            cells << (cell ? QString::fromStdString(*cell) : QStringLiteral("<null>"));
+        }
+        lines << cells.join(QLatin1Char('|'));
+    }
+    return lines;
+}
+
+void TestCsvImportForm::importedRowsReadBackExactly_data()
+{
+    QTest::addColumn<bool>("nullMarker");
+    QTest::addColumn<QStringList>("expected");
+    QTest::addColumn<QString>("previewedNote"); // how the preview shows the note of the second row
+
+    QTest::newRow("\\N as SQL NULL") << true
+                                     << QStringList { QStringLiteral("1|Smith, \"Jo\"|line one\nline two"),
+                                            QStringLiteral("2|O'Brien \\ back|<null>"),
+                                            QStringLiteral("3|\U0001F9F9 broom \U0001D11E|"),
+                                            QStringLiteral("4|plain|<null>") }
+                                     << "NULL";
+    QTest::newRow("\\N as text") << false
+                                 << QStringList { QStringLiteral("1|Smith, \"Jo\"|line one\nline two"),
+                                        QStringLiteral("2|O'Brien \\ back|\\N"),
+                                        QStringLiteral("3|\U0001F9F9 broom \U0001D11E|"),
+                                        QStringLiteral("4|plain|\\N") }
+                                 << "\\N";
+}
+
+void TestCsvImportForm::importedRowsReadBackExactly()
+{
+    QFETCH(bool, nullMarker);
+    QFETCH(QStringList, expected);
+    QFETCH(QString, previewedNote);
+
+    const QString path = writeFile(QStringLiteral("id,name,NOTE\r\n"
+                                                  "1,\"Smith, \"\"Jo\"\"\",\"line one\nline two\"\n"
+                                                  "2,O'Brien \\ back,\\N\n"
+                                                  "3,\U0001F9F9 broom \U0001D11E,\"\"\n"
+                                                  "4,plain,\"\\N\"\n")
+                                       .toUtf8());
+    CsvImportForm form(*m_session, m_harness->prompts);
+    QCOMPARE(form.windowTitle(), QStringLiteral("Import CSV"));
+    auto *toggle = form.findChild<QCheckBox *>(QStringLiteral("nullMarker"));
+    QCOMPARE(toggle->text(), QStringLiteral("Treat \\N as SQL NULL"));
+    // Loaded with the other setting, then switched: the plan must follow the toggle.
+    toggle->setChecked(!nullMarker);
+    m_harness->prompts.files = { path.toStdString() };
+    button(form, QStringLiteral("choose"))->click();
+    QVERIFY2(form.errorText().isEmpty(), qPrintable(form.errorText()));
+    toggle->setChecked(nullMarker);
+    QCOMPARE(form.rowCount(), std::size_t(4));
+    QCOMPARE(form.mappingText(), QStringLiteral("Columns: id, name, NOTE → note"));
+    auto *preview = form.findChild<QTableWidget *>(QStringLiteral("preview"));
+    QCOMPARE(preview->rowCount(), 4);
+    QCOMPARE(preview->item(1, 2)->text(), previewedNote);
+
+    std::vector<std::string> statuses;
+    QObject::connect(m_session.get(), &ServerSession::statusChanged, this, [this, &statuses] {
+        statuses.push_back(m_session->status());
+    });
+    QVERIFY(button(form, QStringLiteral("apply"))->isEnabled());
+    button(form, QStringLiteral("apply"))->click();
+    QVERIFY(settle(*m_session));
+    QVERIFY2(form.errorText().isEmpty(), qPrintable(form.errorText()));
+    QCOMPARE(form.result(), int(QDialog::Accepted));
+
+    QCOMPARE(rows("SELECT id, name, note FROM people ORDER BY id"), expected);
+    QCOMPARE(m_session->tableResult().rows.size(), std::size_t(4));
+    const auto shown = [&statuses](const std::string &status) {
+        return std::find(statuses.begin(), statuses.end(), status) != statuses.end();
+    };
+    QVERIFY(shown("Importing CSV…"));
+    QVERIFY(shown("Importing CSV… 4 of 4 rows"));
+    QVERIFY(shown("Imported 4 rows into people"));
+}
+
+void TestCsvImportForm::failingRowLeavesTheTableUnchanged()
+{
+    m_scratch->run("INSERT INTO people (id, name) VALUES (0, 'kept')");
+    // Enough rows for more than one INSERT, so the first has gone through when the last fails
+    // on a duplicate key: only the transaction can take it back.
+    constexpr int total = 40000;
+    QByteArray csv("id,name\n");
+    const QByteArray name(40, 'x');
+    for (int id = 1; id < total; ++id) {
+        csv += QByteArray::number(id) + ',' + name + '\n';
+    }
+    csv += "1,duplicate\n";
+    QVERIFY(static_cast<std::size_t>(csv.size()) > csvDefaultStatementBytes);
+
+    CsvImportForm form(*m_session, m_harness->prompts);
+    QVERIFY2(form.loadFile(writeFile(csv)), qPrintable(form.errorText()));
+    std::vector<std::string> statuses;
+    QObject::connect(m_session.get(), &ServerSession::statusChanged, this, [this, &statuses] {
+        statuses.push_back(m_session->status());
+    });
+    form.apply();
+    QVERIFY(settle(*m_session));
+
+    QVERIFY(std::any_of(statuses.begin(), statuses.end(), [](const std::string &status) {
+        return status.starts_with("Importing CSV… ")
+            && status != "Importing CSV… " + std::to_string(total) + " of " + std::to_string(total) + " rows";
+    }));
+    QVERIFY2(form.errorText().contains(QStringLiteral("Duplicate entry")), qPrintable(form.errorText()));
+    QVERIFY(form.result() != QDialog::Accepted);
+    QVERIFY(button(form, QStringLiteral("apply"))->isEnabled());
+    QCOMPARE(rows("SELECT id, name FROM people"), QStringList { QStringLiteral("0|kept") });
+}
+
+void TestCsvImportForm::refusals_data()
+{
+    QTest::addColumn<QByteArray>("csv");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("empty file") << QByteArray() << "The CSV is empty.";
+    QTest::newRow("header without rows") << QByteArray("id,name\n") << "The CSV is empty.";
+    QTest::newRow("header named twice in another case")
+        << QByteArray("id,name,ID\n1,a,2\n") << "CSV headers must be unique.";
+    QTest::newRow("unknown column") << QByteArray("id,nickname\n1,a\n")
+                                    << "Unknown or generated column in CSV header: nickname";
+    QTest::newRow("generated column") << QByteArray("id,doubled\n1,2\n")
+                                      << "Unknown or generated column in CSV header: doubled";
+    QTest::newRow("Latin-1 bytes") << QByteArray("id,name\n1,Jos\xE9\n") << "The CSV must use UTF-8 encoding.";
+    QTest::newRow("ragged row") << QByteArray("id,name\n1,a\n2\n")
+                                << "Row 3 of the CSV has 1 field, but the header has 2.";
+}
+
+void TestCsvImportForm::refusals()
+{
+    QFETCH(QByteArray, csv);
+    QFETCH(QString, expected);
+
+    CsvImportForm form(*m_session, m_harness->prompts);
+    QVERIFY(!form.loadFile(writeFile(csv)));
+    QCOMPARE(form.errorText(), expected);
+    QCOMPARE(form.findChild<QTableWidget *>(QStringLiteral("preview"))->rowCount(), 0);
+    QVERIFY(!button(form, QStringLiteral("apply"))->isEnabled());
+
+    // The NULL toggle does not bring a refused file back.
+    form.findChild<QCheckBox *>(QStringLiteral("nullMarker"))->toggle();
+    QCOMPARE(form.errorText(), expected);
+
+    QSignalSpy statuses(m_session.get(), &ServerSession::statusChanged);
+    form.apply();
+    QVERIFY(!m_session->busy());
+    QCOMPARE(statuses.count(), 0);
+    QCOMPARE(rows("SELECT COUNT(*) FROM people"), QStringList { QStringLiteral("0") });
+}
+
+void TestCsvImportForm::sizeLimit_data()
+{
+    QTest::addColumn<qint64>("bytes");
+    QTest::addColumn<bool>("loads");
+
+    QTest::newRow("exactly 10,000,000 bytes") << qint64(10'000'000) << true;
+    QTest::newRow("one byte more") << qint64(10'000'001) << false;
+}
+
+void TestCsvImportForm::sizeLimit()
+{
+    QFETCH(qint64, bytes);
+    QFETCH(bool, loads);
+
+    QByteArray csv("id,note\n1,");
+    csv += QByteArray(bytes - csv.size() - 1, 'n');
+    csv += '\n';
+    QCOMPARE(csv.size(), bytes);
+
+    CsvImportForm form(*m_session, m_harness->prompts);
+    QCOMPARE(form.loadFile(writeFile(csv)), loads);
+    QCOMPARE(form.errorText(), loads ? QString() : QStringLiteral("Use SQL import for files larger than 10 MB."));
+    QCOMPARE(form.rowCount(), std::size_t(loads ? 1 : 0));
+}
+
+void TestCsvImportForm::readOnlyProfileRefuses()
+{
+    ConnectionProfile profile = m_harness->profile("Read-only");
+    profile.readOnly = true;
+    QVERIFY(connectTo(profile));
+
+    CsvImportForm form(*m_session, m_harness->prompts);
+    QCOMPARE(form.errorText(), QStringLiteral("This connection is read-only."));
+    QVERIFY(!button(form, QStringLiteral("choose"))->isEnabled());
+    QVERIFY(!button(form, QStringLiteral("apply"))->isEnabled());
+
+    QVERIFY(!form.loadFile(writeFile("id,name\n1,a\n")));
+    QCOMPARE(form.errorText(), QStringLiteral("This connection is read-only."));
+    form.apply();
+    QVERIFY(!m_session->busy());
+    QCOMPARE(rows("SELECT COUNT(*) FROM people"), QStringList { QStringLiteral("0") });
+}
+
+void TestCsvImportForm::cancelledFileChoiceChangesNothing()
+{
+    CsvImportForm form(*m_session, m_harness->prompts);
+    QVERIFY(form.loadFile(writeFile("id,name\n7,seven\n")));
+    m_harness->prompts.files = { std::nullopt };
+    button(form, QStringLiteral("choose"))->click();
+    QCOMPARE(m_harness->prompts.asked.size(), std::size_t(1));
+    QCOMPARE(form.rowCount(), std::size_t(1));
+
+    form.apply();
+    QVERIFY(settle(*m_session));
+    QCOMPARE(form.result(), int(QDialog::Accepted));
+    QCOMPARE(rows("SELECT id, name FROM people"), QStringList { QStringLiteral("7|seven") });
+}
+
+QTEST_MAIN(TestCsvImportForm)
+#include "TestCsvImportForm.moc"
