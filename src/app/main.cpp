@@ -1,6 +1,8 @@
+#include "app/DesktopApp.h"
 #include "app/EntryMode.h"
 #include "app/IntegrationChecks.h"
 #include "app/UnitChecks.h"
+#include "ui/AppIcon.h"
 
 #include <iostream>
 #include <mysql.h>
@@ -31,14 +33,10 @@ int main(int argc, char *argv[])
             [](const IntegrationTestMode &mode) {
                 return runNonInteractive([&mode] { runIntegrationChecks(mode.port, mode.ca, std::cout); }, std::cerr);
             },
-            [](const MakeIconMode &) {
-                std::cout << "Icon drawing is not available in this build yet.\n";
-                return 0;
+            [](const MakeIconMode &mode) {
+                return runNonInteractive([&mode] { createAppIcon(mode.path); }, std::cerr);
             },
-            [](const DesktopMode &) {
-                std::cout << "The desktop application is not available in this build yet.\n";
-                return 0;
-            },
+            [&argc, argv](const DesktopMode &) { return runDesktop(argc, argv); },
         },
         chooseEntryMode(arguments));
 }

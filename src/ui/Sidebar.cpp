@@ -89,6 +89,11 @@ Sidebar::Sidebar(AppStore &store, QWidget *parent)
     rebuild();
 }
 
+DatabaseNavigator *Sidebar::navigator() const
+{
+    return m_navigator;
+}
+
 void Sidebar::rebuild()
 {
     if (!m_store) {

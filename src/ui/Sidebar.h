@@ -27,7 +27,7 @@ public:
     QLineEdit *searchField() const { return m_search; }
     // The rows on show, in order.
     const std::vector<ConnectionRow *> &rows() const { return m_rows; }
-    DatabaseNavigator *navigator() const { return m_navigator; }
+    DatabaseNavigator *navigator() const;
 
 private:
     void rebuild();

@@ -1,0 +1,48 @@
+#include "app/DesktopApp.h"
+
+#include "credentials/Keychain.h"
+#include "credentials/QtKeychainStore.h"
+#include "store/AppStore.h"
+#include "ui/AppIcon.h"
+#include "ui/DialogPrompts.h"
+#include "ui/LightTheme.h"
+#include "ui/MainWindow.h"
+#include "ui/WindowGeometry.h"
+
+#include <QApplication>
+#include <QIcon>
+#include <QPixmap>
+#include <QScreen>
+
+namespace tallowick
+{
+
+int runDesktop(int &argc, char **argv)
+{
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Tallowick"));
+    QApplication::setApplicationVersion(QStringLiteral("1.0"));
+    QApplication::setDesktopFileName(QStringLiteral("tallowick"));
+    QApplication::setWindowIcon(QIcon(QPixmap::fromImage(drawAppIcon())));
+    applyLightTheme(app);
+
+    QtKeychainStore secretStore;
+    Keychain keychain(secretStore, CredentialMemoryCache::shared());
+    DialogPrompts prompts;
+    AppStore store(std::nullopt, keychain, prompts);
+    MainWindow window(store, prompts);
+    prompts.setWindow(&window);
+
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    const std::optional<QRect> available = screen ? std::optional<QRect>(screen->availableGeometry()) : std::nullopt;
+    window.resize(initialWindowSize(available));
+    if (available) {
+        window.move(available->center() - window.rect().center());
+    }
+    window.show();
+    window.raise();
+    window.activateWindow();
+    return QApplication::exec();
+}
+
+} // namespace tallowick

@@ -1,0 +1,595 @@
+#include "ui/BuilderPanel.h"
+
+#include "core/AppError.h"
+#include "session/ServerSession.h"
+#include "ui/SQLEditor.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QClipboard>
+#include <QComboBox>
+#include <QFrame>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QSpinBox>
+#include <QSplitter>
+#include <QVBoxLayout>
+#include <algorithm>
+
+namespace tallowick
+{
+
+namespace
+{
+
+const QStringList aggregates {
+    QStringLiteral("COUNT"), QStringLiteral("SUM"), QStringLiteral("AVG"), QStringLiteral("MIN"), QStringLiteral("MAX")
+};
+
+QString text(const std::string &value)
+{
+    return QString::fromStdString(value);
+}
+
+QLabel *hint(const QString &value)
+{
+    auto *label = new QLabel(value);
+    label->setWordWrap(true);
+    label->setStyleSheet(QStringLiteral("color: #6b7280;"));
+    return label;
+}
+
+// A titled block of the form; its body layout is returned through `body`.
+QFrame *section(const QString &title, QVBoxLayout *&body)
+{
+    auto *frame = new QFrame;
+    frame->setObjectName(QStringLiteral("builderSection"));
+    frame->setStyleSheet(
+        QStringLiteral("#builderSection { background: #ffffff; border: 1px solid #e3e6ea; border-radius: 10px; }"));
+    body = new QVBoxLayout(frame);
+    body->setContentsMargins(14, 12, 14, 12);
+    body->setSpacing(8);
+    auto *heading = new QLabel(title);
+    QFont bold = heading->font();
+    bold.setWeight(QFont::DemiBold);
+    heading->setFont(bold);
+    body->addWidget(heading);
+    return frame;
+}
+
+void clear(QVBoxLayout *layout)
+{
+    while (QLayoutItem *item = layout->takeAt(0)) {
+        if (QWidget *widget = item->widget()) {
+            widget->deleteLater();
+        }
+        delete item;
+    }
+}
+
+QComboBox *picker(const QStringList &choices, const QString &current, const QString &placeholder = QString())
+{
+    auto *box = new QComboBox;
+    if (!placeholder.isNull()) {
+        box->addItem(placeholder, QString());
+    }
+    for (const QString &choice : choices) {
+        box->addItem(choice, choice);
+    }
+    const int index = box->findData(current);
+    box->setCurrentIndex(index >= 0 ? index : 0);
+    return box;
+}
+
+template <typename Item> Item *findById(std::vector<Item> &items, const QUuid &id)
+{
+    const auto found = std::find_if(items.begin(), items.end(), [&id](const Item &item) { return item.id == id; });
+    return found == items.end() ? nullptr : &*found;
+}
+
+} // namespace
+
+BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
+    : QWidget(parent)
+    , m_session(&session)
+    , m_table(new QComboBox)
+    , m_distinct(new QCheckBox(QStringLiteral("Distinct rows")))
+    , m_sourceHint(hint(QStringLiteral("Choose a database in the sidebar first.")))
+    , m_addJoin(new QPushButton(QStringLiteral("+ Add join")))
+    , m_match(new QComboBox)
+    , m_addFilter(new QPushButton(QStringLiteral("+ Add filter")))
+    , m_sortColumn(new QComboBox)
+    , m_direction(new QComboBox)
+    , m_limit(new QSpinBox)
+    , m_preview(new SQLEditor(true))
+    , m_copy(new QPushButton(QStringLiteral("Copy generated SQL")))
+    , m_open(new QPushButton(QStringLiteral("Open in SQL editor")))
+{
+    auto *title = new QLabel(QStringLiteral("Query builder"));
+    QFont titleFont = title->font();
+    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.4);
+    titleFont.setWeight(QFont::Bold);
+    title->setFont(titleFont);
+
+    auto *form = new QWidget;
+    auto *formLayout = new QVBoxLayout(form);
+    formLayout->setContentsMargins(0, 0, 8, 0);
+    formLayout->setSpacing(12);
+    formLayout->addWidget(title);
+    formLayout->addWidget(hint(QStringLiteral("Shape a query visually. Keep full control of the SQL.")));
+
+    QVBoxLayout *source = nullptr;
+    formLayout->addWidget(section(QStringLiteral("Source"), source));
+    auto *sourceRow = new QHBoxLayout;
+    sourceRow->addWidget(new QLabel(QStringLiteral("Table")));
+    sourceRow->addWidget(m_table, 1);
+    sourceRow->addWidget(m_distinct);
+    source->addLayout(sourceRow);
+    source->addWidget(m_sourceHint);
+
+    QVBoxLayout *columns = nullptr;
+    formLayout->addWidget(section(QStringLiteral("Columns"), columns));
+    m_columnsLayout = new QVBoxLayout;
+    columns->addLayout(m_columnsLayout);
+    columns->addWidget(hint(QStringLiteral("No selection means all columns from the source table.")));
+
+    QVBoxLayout *joins = nullptr;
+    formLayout->addWidget(section(QStringLiteral("Joins"), joins));
+    m_joinsLayout = new QVBoxLayout;
+    joins->addLayout(m_joinsLayout);
+    joins->addWidget(m_addJoin, 0, Qt::AlignLeft);
+    joins->addWidget(hint(QStringLiteral("Connect related tables with LEFT, INNER, or RIGHT joins.")));
+
+    QVBoxLayout *filters = nullptr;
+    formLayout->addWidget(section(QStringLiteral("Filters"), filters));
+    m_match->addItem(QStringLiteral("Match all"), true);
+    m_match->addItem(QStringLiteral("Match any"), false);
+    auto *matchRow = new QHBoxLayout;
+    matchRow->addWidget(new QLabel(QStringLiteral("Match")));
+    matchRow->addWidget(m_match);
+    matchRow->addStretch(1);
+    filters->addLayout(matchRow);
+    m_filtersLayout = new QVBoxLayout;
+    filters->addLayout(m_filtersLayout);
+    filters->addWidget(m_addFilter, 0, Qt::AlignLeft);
+    filters->addWidget(hint(QStringLiteral("Add conditions to narrow down the rows you need.")));
+
+    QVBoxLayout *group = nullptr;
+    formLayout->addWidget(section(QStringLiteral("Group by"), group));
+    m_groupLayout = new QVBoxLayout;
+    group->addLayout(m_groupLayout);
+    group->addWidget(hint(QStringLiteral("Choose an aggregate on a column to add grouping.")));
+
+    QVBoxLayout *sort = nullptr;
+    formLayout->addWidget(section(QStringLiteral("Sort & limit"), sort));
+    m_direction->addItem(QStringLiteral("Ascending"), false);
+    m_direction->addItem(QStringLiteral("Descending"), true);
+    m_limit->setRange(0, 1'000'000);
+    m_limit->setAccessibleName(QStringLiteral("Maximum rows"));
+    m_limit->setToolTip(QStringLiteral("Maximum rows"));
+    auto *sortGrid = new QGridLayout;
+    sortGrid->addWidget(new QLabel(QStringLiteral("Sort by")), 0, 0);
+    sortGrid->addWidget(m_sortColumn, 0, 1);
+    sortGrid->addWidget(new QLabel(QStringLiteral("Direction")), 1, 0);
+    sortGrid->addWidget(m_direction, 1, 1);
+    sortGrid->addWidget(new QLabel(QStringLiteral("Limit")), 2, 0);
+    sortGrid->addWidget(m_limit, 2, 1);
+    sortGrid->setColumnStretch(1, 1);
+    sort->addLayout(sortGrid);
+    formLayout->addStretch(1);
+
+    auto *scroll = new QScrollArea;
+    scroll->setWidget(form);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setMinimumWidth(420);
+
+    auto *previewTitle = new QLabel(QStringLiteral("SQL preview"));
+    previewTitle->setFont(titleFont);
+    auto *noteTitle = new QLabel(QStringLiteral("✎ Editable results"));
+    QFont bold = noteTitle->font();
+    bold.setWeight(QFont::DemiBold);
+    noteTitle->setFont(bold);
+    auto *actions = new QHBoxLayout;
+    actions->addWidget(m_copy);
+    actions->addWidget(m_open);
+    actions->addStretch(1);
+    auto *side = new QWidget;
+    auto *sideLayout = new QVBoxLayout(side);
+    sideLayout->setContentsMargins(8, 0, 0, 0);
+    sideLayout->addWidget(previewTitle);
+    sideLayout->addWidget(m_preview, 1);
+    sideLayout->addWidget(noteTitle);
+    sideLayout->addWidget(hint(QStringLiteral(
+        "Include every primary-key column for each table you want to edit. Open in the SQL editor, run it, then "
+        "double-click source values in the result grid. Calculated columns stay read-only.")));
+    sideLayout->addLayout(actions);
+
+    auto *split = new QSplitter(Qt::Horizontal);
+    split->addWidget(scroll);
+    split->addWidget(side);
+    split->setStretchFactor(0, 1);
+    split->setStretchFactor(1, 1);
+    split->setChildrenCollapsible(false);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(14, 10, 14, 10);
+    layout->addWidget(split);
+
+    QObject::connect(m_table, &QComboBox::activated, this, [this] { chooseSource(m_table->currentData().toString()); });
+    QObject::connect(m_distinct, &QCheckBox::toggled, this, [this](bool on) {
+        change([on](BuilderSpec &spec) { spec.distinct = on; });
+    });
+    QObject::connect(m_addJoin, &QPushButton::clicked, this, [this] {
+        change([](BuilderSpec &spec) { spec.joins.push_back(BuilderJoin {}); });
+    });
+    QObject::connect(m_addFilter, &QPushButton::clicked, this, [this] {
+        change([this](BuilderSpec &spec) {
+            BuilderFilter filter;
+            const QStringList references = columnReferences();
+            filter.column = references.isEmpty() ? std::string() : references.front().toStdString();
+            spec.filters.push_back(filter);
+        });
+    });
+    QObject::connect(m_match, &QComboBox::activated, this, [this] {
+        change([this](BuilderSpec &spec) { spec.matchAll = m_match->currentData().toBool(); });
+    });
+    QObject::connect(m_sortColumn, &QComboBox::activated, this, [this] {
+        change([this](BuilderSpec &spec) { spec.orderBy = m_sortColumn->currentData().toString().toStdString(); });
+    });
+    QObject::connect(m_direction, &QComboBox::activated, this, [this] {
+        change([this](BuilderSpec &spec) { spec.descending = m_direction->currentData().toBool(); });
+    });
+    QObject::connect(m_limit, &QSpinBox::valueChanged, this, [this](int value) {
+        change([value](BuilderSpec &spec) { spec.limit = value; });
+    });
+    QObject::connect(m_copy, &QPushButton::clicked, this, [this] {
+        QGuiApplication::clipboard()->clear();
+        QGuiApplication::clipboard()->setText(text(m_builtSQL));
+    });
+    QObject::connect(m_open, &QPushButton::clicked, this, [this] {
+        m_session->newTab(m_builtSQL, std::string("Query builder"));
+        m_session->setMode(WorkspaceMode::query);
+    });
+
+    QObject::connect(&session, &ServerSession::builderChanged, this, &BuilderPanel::refresh);
+    QObject::connect(&session, &ServerSession::builderColumnsChanged, this, &BuilderPanel::refresh);
+    QObject::connect(&session, &ServerSession::tablesChanged, this, &BuilderPanel::refresh);
+    QObject::connect(&session, &ServerSession::databaseChanged, this, &BuilderPanel::refresh);
+    QObject::connect(&session, &ServerSession::busyChanged, this, &BuilderPanel::refreshPreview);
+    refresh();
+}
+
+QStringList BuilderPanel::tableNames() const
+{
+    QStringList names;
+    if (const auto found = m_session->tables().find(m_session->database()); found != m_session->tables().end()) {
+        for (const TableInfo &table : found->second) {
+            names << text(table.name);
+        }
+    }
+    return names;
+}
+
+QStringList BuilderPanel::columnReferences() const
+{
+    const BuilderSpec &spec = m_session->builder();
+    std::vector<std::string> sources;
+    if (!spec.table.empty()) {
+        sources.push_back(spec.table);
+    }
+    for (const BuilderJoin &join : spec.joins) {
+        if (!join.table.empty() && std::find(sources.begin(), sources.end(), join.table) == sources.end()) {
+            sources.push_back(join.table);
+        }
+    }
+    QStringList references;
+    for (const std::string &table : sources) {
+        if (const auto columns = m_session->builderColumns().find(table);
+            columns != m_session->builderColumns().end()) {
+            for (const ColumnInfo &column : columns->second) {
+                references << text(table + "." + column.name);
+            }
+        }
+    }
+    return references;
+}
+
+QString BuilderPanel::structureKey() const
+{
+    const BuilderSpec &spec = m_session->builder();
+    QStringList parts { text(m_session->database()), text(spec.table) };
+    parts << tableNames().join(u',') << columnReferences().join(u',');
+    for (const BuilderJoin &join : spec.joins) {
+        parts << text(join.id.toString().toStdString() + join.table);
+    }
+    for (const BuilderFilter &filter : spec.filters) {
+        parts << filter.id.toString();
+    }
+    return parts.join(u'|');
+}
+
+void BuilderPanel::change(const std::function<void(BuilderSpec &)> &edit)
+{
+    if (m_rebuilding || !m_session) {
+        return;
+    }
+    BuilderSpec spec = m_session->builder();
+    edit(spec);
+    m_session->setBuilder(spec);
+}
+
+void BuilderPanel::chooseSource(const QString &table)
+{
+    const std::string name = table.toStdString();
+    change([&name](BuilderSpec &spec) {
+        const std::string database = spec.database;
+        spec = BuilderSpec {};
+        spec.database = database;
+        spec.table = name;
+    });
+    m_session->loadBuilderColumns(name);
+}
+
+void BuilderPanel::refresh()
+{
+    if (!m_session) {
+        return;
+    }
+    const QString key = structureKey();
+    if (key != m_structure) {
+        m_structure = key;
+        rebuildForm();
+    }
+    refreshPreview();
+}
+
+void BuilderPanel::rebuildForm()
+{
+    m_rebuilding = true;
+    const BuilderSpec &spec = m_session->builder();
+    const bool hasDatabase = !m_session->database().empty();
+    const QStringList references = columnReferences();
+
+    m_table->clear();
+    m_table->addItem(QStringLiteral("Choose a table…"), QString());
+    for (const QString &name : tableNames()) {
+        m_table->addItem(name, name);
+    }
+    m_table->setCurrentIndex(std::max(0, m_table->findData(text(spec.table))));
+    m_table->setEnabled(hasDatabase);
+    m_sourceHint->setVisible(!hasDatabase);
+    m_distinct->setChecked(spec.distinct);
+
+    clear(m_columnsLayout);
+    if (spec.table.empty()) {
+        m_columnsLayout->addWidget(hint(QStringLiteral("Choose a source table to see its columns.")));
+    }
+    for (const QString &reference : references) {
+        const std::string table = reference.section(u'.', 0, 0).toStdString();
+        const std::string name = reference.section(u'.', 1).toStdString();
+        const auto selected = std::find_if(spec.columns.begin(), spec.columns.end(), [&](const BuilderColumn &column) {
+            return column.table == table && column.name == name;
+        });
+        bool primary = false;
+        for (const ColumnInfo &column : m_session->builderColumns().at(table)) {
+            primary = primary || (column.name == name && column.primary);
+        }
+        auto *row = new QWidget;
+        auto *rowLayout = new QHBoxLayout(row);
+        rowLayout->setContentsMargins(0, 0, 0, 0);
+        auto *toggle = new QCheckBox((primary ? QStringLiteral("⚿ ") : QString()) + reference);
+        toggle->setChecked(selected != spec.columns.end());
+        auto *aggregate = picker(aggregates,
+            selected != spec.columns.end() ? text(selected->aggregate) : QString(),
+            QStringLiteral("No aggregate"));
+        aggregate->setToolTip(QStringLiteral("Aggregate"));
+        rowLayout->addWidget(toggle, 1);
+        rowLayout->addWidget(aggregate);
+        m_columnsLayout->addWidget(row);
+        const auto apply = [this, table, name, toggle, aggregate, references] {
+            change([&](BuilderSpec &edited) {
+                std::erase_if(edited.columns,
+                    [&](const BuilderColumn &column) { return column.table == table && column.name == name; });
+                if (toggle->isChecked()) {
+                    edited.columns.push_back({ table, name, aggregate->currentData().toString().toStdString() });
+                }
+                // Keep the output in the order the columns are listed here.
+                const auto position = [&references](const BuilderColumn &column) {
+                    return references.indexOf(text(column.table + "." + column.name));
+                };
+                std::stable_sort(edited.columns.begin(), edited.columns.end(), [&](const auto &a, const auto &b) {
+                    return position(a) < position(b);
+                });
+            });
+        };
+        QObject::connect(toggle, &QCheckBox::toggled, this, apply);
+        QObject::connect(aggregate, &QComboBox::activated, this, [toggle, apply] {
+            toggle->setChecked(true);
+            apply();
+        });
+    }
+
+    clear(m_joinsLayout);
+    const QStringList kinds { QStringLiteral("LEFT JOIN"), QStringLiteral("INNER JOIN"), QStringLiteral("RIGHT JOIN") };
+    for (const BuilderJoin &join : spec.joins) {
+        auto *row = new QWidget;
+        row->setObjectName(QStringLiteral("joinRow"));
+        auto *rowLayout = new QHBoxLayout(row);
+        rowLayout->setContentsMargins(0, 0, 0, 0);
+        auto *kind = picker(kinds, text(join.kind));
+        kind->setToolTip(QStringLiteral("Type"));
+        auto *table = picker(tableNames(), text(join.table), QStringLiteral("Table…"));
+        table->setToolTip(QStringLiteral("Table"));
+        auto *left = picker(references, text(join.left), QStringLiteral("Left column…"));
+        left->setToolTip(QStringLiteral("Left column"));
+        auto *right = picker(references, text(join.right), QStringLiteral("Right column…"));
+        right->setToolTip(QStringLiteral("Right column"));
+        auto *remove = new QPushButton(QStringLiteral("✕"));
+        remove->setToolTip(QStringLiteral("Remove join"));
+        remove->setFixedWidth(30);
+        rowLayout->addWidget(kind);
+        rowLayout->addWidget(table, 1);
+        rowLayout->addWidget(left, 1);
+        rowLayout->addWidget(new QLabel(QStringLiteral("=")));
+        rowLayout->addWidget(right, 1);
+        rowLayout->addWidget(remove);
+        m_joinsLayout->addWidget(row);
+        const QUuid id = join.id;
+        const auto edit = [this, id](auto apply) {
+            change([&](BuilderSpec &edited) {
+                if (BuilderJoin *target = findById(edited.joins, id)) {
+                    apply(*target);
+                }
+            });
+        };
+        QObject::connect(kind, &QComboBox::activated, this, [edit, kind] {
+            edit([kind](BuilderJoin &target) { target.kind = kind->currentData().toString().toStdString(); });
+        });
+        QObject::connect(table, &QComboBox::activated, this, [this, edit, table] {
+            const std::string chosen = table->currentData().toString().toStdString();
+            edit([&chosen](BuilderJoin &target) { target.table = chosen; });
+            m_session->loadBuilderColumns(chosen);
+        });
+        QObject::connect(left, &QComboBox::activated, this, [edit, left] {
+            edit([left](BuilderJoin &target) { target.left = left->currentData().toString().toStdString(); });
+        });
+        QObject::connect(right, &QComboBox::activated, this, [edit, right] {
+            edit([right](BuilderJoin &target) { target.right = right->currentData().toString().toStdString(); });
+        });
+        QObject::connect(remove, &QPushButton::clicked, this, [this, id] {
+            change([&id](BuilderSpec &edited) {
+                std::erase_if(edited.joins, [&id](const BuilderJoin &candidate) { return candidate.id == id; });
+            });
+        });
+    }
+    m_addJoin->setEnabled(!spec.table.empty());
+
+    m_match->setCurrentIndex(spec.matchAll ? 0 : 1);
+    clear(m_filtersLayout);
+    QStringList operators;
+    for (const std::string_view operation : builderFilterOperators) {
+        operators << QString::fromLatin1(operation.data(), static_cast<qsizetype>(operation.size()));
+    }
+    for (const BuilderFilter &filter : spec.filters) {
+        auto *row = new QWidget;
+        row->setObjectName(QStringLiteral("filterRow"));
+        auto *rowLayout = new QHBoxLayout(row);
+        rowLayout->setContentsMargins(0, 0, 0, 0);
+        auto *column = picker(references, text(filter.column), QStringLiteral("Column…"));
+        column->setToolTip(QStringLiteral("Column"));
+        auto *operation = picker(operators, text(filter.operation));
+        operation->setToolTip(QStringLiteral("Operator"));
+        auto *value = new QLineEdit(text(filter.value));
+        value->setPlaceholderText(QStringLiteral("Value (use % with LIKE)"));
+        auto *numeric = new QCheckBox(QStringLiteral("Number"));
+        numeric->setChecked(filter.numeric);
+        auto *remove = new QPushButton(QStringLiteral("✕"));
+        remove->setToolTip(QStringLiteral("Remove filter"));
+        remove->setFixedWidth(30);
+        rowLayout->addWidget(column, 1);
+        rowLayout->addWidget(operation);
+        rowLayout->addWidget(value, 1);
+        rowLayout->addWidget(numeric);
+        rowLayout->addWidget(remove);
+        m_filtersLayout->addWidget(row);
+        const QUuid id = filter.id;
+        const auto edit = [this, id](auto apply) {
+            change([&](BuilderSpec &edited) {
+                if (BuilderFilter *target = findById(edited.filters, id)) {
+                    apply(*target);
+                }
+            });
+        };
+        QObject::connect(column, &QComboBox::activated, this, [edit, column] {
+            edit([column](BuilderFilter &target) { target.column = column->currentData().toString().toStdString(); });
+        });
+        QObject::connect(operation, &QComboBox::activated, this, [edit, operation] {
+            edit([operation](
+                     BuilderFilter &target) { target.operation = operation->currentData().toString().toStdString(); });
+        });
+        QObject::connect(value, &QLineEdit::textEdited, this, [edit](const QString &typed) {
+            edit([&typed](BuilderFilter &target) { target.value = typed.toStdString(); });
+        });
+        QObject::connect(numeric, &QCheckBox::toggled, this, [edit](bool on) {
+            edit([on](BuilderFilter &target) { target.numeric = on; });
+        });
+        QObject::connect(remove, &QPushButton::clicked, this, [this, id] {
+            change([&id](BuilderSpec &edited) {
+                std::erase_if(edited.filters, [&id](const BuilderFilter &candidate) { return candidate.id == id; });
+            });
+        });
+    }
+    m_addFilter->setEnabled(!spec.table.empty());
+
+    clear(m_groupLayout);
+    for (const QString &reference : references) {
+        auto *toggle = new QCheckBox(reference);
+        toggle->setChecked(
+            std::find(spec.groupBy.begin(), spec.groupBy.end(), reference.toStdString()) != spec.groupBy.end());
+        m_groupLayout->addWidget(toggle);
+        QObject::connect(toggle, &QCheckBox::toggled, this, [this, reference, references](bool on) {
+            change([&](BuilderSpec &edited) {
+                std::erase(edited.groupBy, reference.toStdString());
+                if (on) {
+                    edited.groupBy.push_back(reference.toStdString());
+                }
+            });
+        });
+    }
+
+    m_sortColumn->clear();
+    m_sortColumn->addItem(QStringLiteral("No sorting"), QString());
+    for (const QString &reference : references) {
+        m_sortColumn->addItem(reference, reference);
+    }
+    m_sortColumn->setCurrentIndex(std::max(0, m_sortColumn->findData(text(spec.orderBy))));
+    m_direction->setCurrentIndex(spec.descending ? 1 : 0);
+    m_limit->setValue(static_cast<int>(std::clamp<std::int64_t>(spec.limit, 0, 1'000'000)));
+    m_rebuilding = false;
+}
+
+void BuilderPanel::refreshPreview()
+{
+    if (!m_session) {
+        return;
+    }
+    try {
+        m_builtSQL = m_session->builder().build();
+        m_buildFailed = false;
+        m_preview->setSQL(text(m_builtSQL));
+    } catch (const AppError &failure) {
+        m_builtSQL.clear();
+        m_buildFailed = true;
+        m_preview->setSQL(text(failure.message()));
+    }
+    m_copy->setEnabled(!m_buildFailed);
+    m_open->setEnabled(!m_buildFailed && !m_session->busy());
+}
+
+QList<QWidget *> BuilderPanel::joinRows() const
+{
+    QList<QWidget *> rows;
+    for (int i = 0; i < m_joinsLayout->count(); ++i) {
+        if (QWidget *row = m_joinsLayout->itemAt(i)->widget(); row && !row->isHidden()) {
+            rows << row;
+        }
+    }
+    return rows;
+}
+
+QList<QWidget *> BuilderPanel::filterRows() const
+{
+    QList<QWidget *> rows;
+    for (int i = 0; i < m_filtersLayout->count(); ++i) {
+        if (QWidget *row = m_filtersLayout->itemAt(i)->widget(); row && !row->isHidden()) {
+            rows << row;
+        }
+    }
+    return rows;
+}
+
+} // namespace tallowick

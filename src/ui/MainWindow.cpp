@@ -1,0 +1,210 @@
+#include "ui/MainWindow.h"
+
+#include "session/ServerSession.h"
+#include "store/AppStore.h"
+#include "ui/QuitPrompts.h"
+#include "ui/RootView.h"
+#include "ui/WindowGeometry.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFile>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QStandardPaths>
+#include <QUrl>
+
+static void registerGuideResource()
+{
+    Q_INIT_RESOURCE(guide);
+}
+
+namespace tallowick
+{
+
+namespace
+{
+
+// Sends a standard edit command (undo, cut, copy, paste, selectAll) to the focused widget.
+void sendToFocus(const char *slot)
+{
+    if (QWidget *focus = QApplication::focusWidget()) {
+        QMetaObject::invokeMethod(focus, slot);
+    }
+}
+
+} // namespace
+
+QString guidePath()
+{
+    const QStringList candidates {
+        QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("Guide.md")),
+        QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("../share/tallowick/Guide.md")),
+    };
+    for (const QString &candidate : candidates) {
+        if (QFile::exists(candidate)) {
+            return QDir::cleanPath(candidate);
+        }
+    }
+    // Not installed beside the program: take the copy kept in the resources.
+    registerGuideResource();
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
+    if (folder.isEmpty() || !QDir().mkpath(folder)) {
+        return {};
+    }
+    const QString extracted = QDir(folder).filePath(QStringLiteral("Guide.md"));
+    QFile::remove(extracted);
+    if (!QFile::copy(QStringLiteral(":/guide/Guide.md"), extracted)) {
+        return {};
+    }
+    QFile::setPermissions(extracted, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    return extracted;
+}
+
+MainWindow::MainWindow(AppStore &store, UserPrompts &prompts, QWidget *parent)
+    : QMainWindow(parent)
+    , m_store(&store)
+    , m_prompts(prompts)
+    , m_root(new RootView(store))
+{
+    setWindowTitle(QStringLiteral("Tallowick"));
+    setMinimumSize(minimumWindowSize);
+    setCentralWidget(m_root);
+    buildMenus();
+}
+
+void MainWindow::buildMenus()
+{
+    QMenuBar *bar = menuBar();
+    QMenu *app = bar->addMenu(QStringLiteral("Tallowick"));
+    app->addAction(QStringLiteral("About Tallowick"), this, &MainWindow::showAbout);
+    app->addSeparator();
+    app->addAction(QStringLiteral("Hide Tallowick"), QKeySequence(Qt::CTRL | Qt::Key_H), this, &QWidget::showMinimized);
+    app->addSeparator();
+    app->addAction(QStringLiteral("Quit Tallowick"), QKeySequence::Quit, this, &QWidget::close);
+
+    QMenu *file = bar->addMenu(QStringLiteral("File"));
+    file->addAction(QStringLiteral("New Connection…"), QKeySequence::New, this, &MainWindow::newConnection);
+    file->addAction(QStringLiteral("New Query Tab"), QKeySequence(Qt::CTRL | Qt::Key_T), this, &MainWindow::newQuery);
+    file->addAction(QStringLiteral("Open SQL Script…"), QKeySequence::Open, this, &MainWindow::openSQL);
+    file->addAction(QStringLiteral("Save Query…"), QKeySequence::Save, this, &MainWindow::saveSQL);
+
+    QMenu *edit = bar->addMenu(QStringLiteral("Edit"));
+    edit->addAction(QStringLiteral("Undo"), QKeySequence::Undo, this, [] { sendToFocus("undo"); });
+    edit->addAction(QStringLiteral("Cut"), QKeySequence::Cut, this, [] { sendToFocus("cut"); });
+    edit->addAction(QStringLiteral("Copy"), QKeySequence::Copy, this, [] { sendToFocus("copy"); });
+    edit->addAction(QStringLiteral("Paste"), QKeySequence::Paste, this, [] { sendToFocus("paste"); });
+    edit->addAction(QStringLiteral("Select All"), QKeySequence::SelectAll, this, [] { sendToFocus("selectAll"); });
+
+    QMenu *query = bar->addMenu(QStringLiteral("Query"));
+    query->addAction(QStringLiteral("Run Query"), QKeySequence(Qt::CTRL | Qt::Key_Return), this, &MainWindow::runQuery);
+    query->addAction(
+        QStringLiteral("Query Builder"), QKeySequence(Qt::CTRL | Qt::Key_B), this, &MainWindow::showBuilder);
+
+    QMenu *view = bar->addMenu(QStringLiteral("View"));
+    view->addAction(
+        QStringLiteral("Toggle Full Screen"), QKeySequence::FullScreen, this, &MainWindow::toggleFullScreen);
+
+    QMenu *help = bar->addMenu(QStringLiteral("Help"));
+    help->addAction(QStringLiteral("Tallowick Guide"), QKeySequence::HelpContents, this, &MainWindow::showGuide);
+
+    // Edit commands act on whatever widget has focus, so their shortcuts belong to that widget:
+    // the menu entries only document them and serve clicks.
+    for (QAction *action : edit->actions()) {
+        action->setShortcutContext(Qt::WidgetShortcut);
+    }
+}
+
+QAction *MainWindow::action(const QString &title) const
+{
+    for (QAction *menu : menuBar()->actions()) {
+        for (QAction *item : menu->menu()->actions()) {
+            if (item->text() == title) {
+                return item;
+            }
+        }
+    }
+    return nullptr;
+}
+
+void MainWindow::newConnection()
+{
+    m_store->openConnectionSheet(ConnectionProfile {});
+}
+
+void MainWindow::newQuery()
+{
+    if (ServerSession *session = m_store->active()) {
+        session->newTab("");
+        session->setMode(WorkspaceMode::query);
+    }
+}
+
+void MainWindow::openSQL()
+{
+    if (ServerSession *session = m_store->active()) {
+        session->importSQL();
+        session->setMode(WorkspaceMode::query);
+    }
+}
+
+void MainWindow::saveSQL()
+{
+    if (ServerSession *session = m_store->active()) {
+        session->saveQuery();
+    }
+}
+
+void MainWindow::runQuery()
+{
+    if (ServerSession *session = m_store->active()) {
+        session->run();
+    }
+}
+
+void MainWindow::showBuilder()
+{
+    if (ServerSession *session = m_store->active()) {
+        session->setMode(WorkspaceMode::builder);
+    }
+}
+
+void MainWindow::toggleFullScreen()
+{
+    setWindowState(windowState() ^ Qt::WindowFullScreen);
+}
+
+void MainWindow::showAbout()
+{
+    QMessageBox box(this);
+    box.setWindowTitle(QStringLiteral("About Tallowick"));
+    box.setIconPixmap(windowIcon().pixmap(96, 96));
+    box.setText(QStringLiteral("<b>Tallowick</b><br>Version 1.0"));
+    box.setInformativeText(QStringLiteral("A native MySQL and MariaDB workspace for Linux.<br>"
+                                          "Qt 6 Widgets · MariaDB Connector/C<br>"
+                                          "OpenSSL TLS · Secret Service keyring<br><br>"
+                                          "A personal build, not affiliated with other vendors."));
+    box.exec();
+}
+
+void MainWindow::showGuide()
+{
+    const QString path = guidePath();
+    if (!path.isEmpty()) {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(path));
+    }
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    if (m_store && !confirmQuit(*m_store, m_prompts)) {
+        event->ignore();
+        return;
+    }
+    event->accept();
+}
+
+} // namespace tallowick

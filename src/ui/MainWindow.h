@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QMainWindow>
+#include <QPointer>
+
+namespace tallowick
+{
+
+class AppStore;
+class RootView;
+class UserPrompts;
+
+// The single main window: the root view, the menu bar acting on the active session, the About
+// box and the guide, and the quit prompts, which closing the window goes through as well.
+class MainWindow final : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    MainWindow(AppStore &store, UserPrompts &prompts, QWidget *parent = nullptr);
+
+    RootView *rootView() const { return m_root; }
+    // The menu bar's action with this exact title, for tests and for the shell.
+    QAction *action(const QString &title) const;
+
+    void newConnection();
+    void newQuery();
+    void openSQL();
+    void saveSQL();
+    void runQuery();
+    void showBuilder();
+    void toggleFullScreen();
+    void showAbout();
+    void showGuide();
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    void buildMenus();
+
+    QPointer<AppStore> m_store;
+    UserPrompts &m_prompts;
+    RootView *m_root;
+};
+
+// Where the guide is: next to the program, in the installed share folder, or failing both a
+// copy taken out of the resources. Empty when none can be found.
+QString guidePath();
+
+} // namespace tallowick

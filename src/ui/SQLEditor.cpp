@@ -1,0 +1,302 @@
+#include "ui/SQLEditor.h"
+
+#include "ui/SqlHighlighter.h"
+
+#include <QAbstractItemView>
+#include <QCompleter>
+#include <QFontDatabase>
+#include <QKeyEvent>
+#include <QPainter>
+#include <QScrollBar>
+#include <QStringListModel>
+#include <QTextBlock>
+#include <algorithm>
+#include <utility>
+
+namespace tallowick
+{
+
+namespace
+{
+
+const QStringList &fixedPhrases()
+{
+    static const QStringList phrases { QStringLiteral("SELECT"),
+        QStringLiteral("FROM"),
+        QStringLiteral("WHERE"),
+        QStringLiteral("LEFT JOIN"),
+        QStringLiteral("INNER JOIN"),
+        QStringLiteral("GROUP BY"),
+        QStringLiteral("ORDER BY"),
+        QStringLiteral("LIMIT"),
+        QStringLiteral("INSERT INTO"),
+        QStringLiteral("UPDATE"),
+        QStringLiteral("DELETE FROM"),
+        QStringLiteral("SHOW TABLES"),
+        QStringLiteral("EXPLAIN"),
+        QStringLiteral("COUNT(*)") };
+    return phrases;
+}
+
+// The insertion point's colour, the program's teal accent.
+const QColor caretColor(0x0f, 0x8f, 0x87);
+
+// The text as the document will hold it and give it back: every kind of line break becomes
+// "\n" and a no-break space a space. A host that keeps CR LF text must not make every refresh
+// look like new text, or the cursor would jump to the start while the user types.
+QString documentForm(const QString &text)
+{
+    QString result;
+    result.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (c == u'\r') {
+            if (i + 1 < text.size() && text[i + 1] == u'\n') {
+                ++i;
+            }
+            result += u'\n';
+        } else if (c == QChar::ParagraphSeparator || c == QChar::LineSeparator || c.unicode() == 0xfdd0
+            || c.unicode() == 0xfdd1) {
+            result += u'\n';
+        } else if (c == QChar::Nbsp) {
+            result += u' ';
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}
+
+// SQL identifiers take letters (with their combining marks), digits, "_" and "$".
+bool isWordCharacter(char32_t c)
+{
+    switch (QChar::category(c)) {
+    case QChar::Mark_NonSpacing:
+    case QChar::Mark_SpacingCombining:
+    case QChar::Mark_Enclosing:
+        return true;
+    default:
+        return QChar::isLetterOrNumber(c) || c == U'_' || c == U'$';
+    }
+}
+
+} // namespace
+
+SQLEditor::SQLEditor(bool readOnly, QWidget *parent)
+    : QPlainTextEdit(parent)
+    , m_highlighter(new SqlHighlighter(document()))
+    , m_completer(new QCompleter(this))
+    , m_completionModel(new QStringListModel(this))
+{
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    font.setPointSizeF(15);
+    font.setWeight(QFont::Normal);
+    setFont(font);
+
+    setFrameShape(QFrame::NoFrame);
+    setLineWrapMode(QPlainTextEdit::WidgetWidth);
+    setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // 18 px all round from the document, which scrolls with the text, and 2 px more at the sides
+    // from the viewport; the frame behind those 2 px is painted like the text background.
+    document()->setDocumentMargin(18);
+    setViewportMargins(2, 0, 2, 0);
+    setBackgroundRole(QPalette::Base);
+    setAutoFillBackground(true);
+    setInputMethodHints(Qt::ImhNoAutoUppercase | Qt::ImhNoPredictiveText);
+    // The caret is drawn in paintEvent(), in the accent colour.
+    setCursorWidth(0);
+
+    if (readOnly) {
+        setReadOnly(true);
+        setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    }
+    setAccessibleName(readOnly ? QStringLiteral("Generated SQL preview") : QStringLiteral("SQL editor"));
+
+    m_completer->setModel(m_completionModel);
+    m_completer->setWidget(this);
+    m_completer->setCompletionMode(QCompleter::UnfilteredPopupCompletion);
+    m_completer->setCaseSensitivity(Qt::CaseInsensitive);
+    QObject::connect(
+        m_completer, qOverload<const QString &>(&QCompleter::activated), this, &SQLEditor::insertCompletion);
+
+    QObject::connect(this, &QPlainTextEdit::textChanged, this, [this] {
+        // Re-colouring earlier lines also reports a change; only the user's edits count.
+        if (m_replacingText || m_highlighter->isRecoloring()) {
+            return;
+        }
+        Q_EMIT sqlEdited(toPlainText());
+    });
+    QObject::connect(this, &QPlainTextEdit::cursorPositionChanged, this, &SQLEditor::updateCaret);
+}
+
+void SQLEditor::setSQL(const QString &text)
+{
+    if (documentForm(text) == sql()) {
+        return;
+    }
+    m_replacingText = true;
+    setPlainText(text);
+    m_replacingText = false;
+}
+
+QString SQLEditor::sql() const
+{
+    return toPlainText();
+}
+
+void SQLEditor::setCompletionWords(const QStringList &words)
+{
+    m_completionWords = words;
+}
+
+QStringList SQLEditor::completionsFor(const QString &partialWord) const
+{
+    const QString prefix = partialWord.toLower();
+    // Sorted by code point, so "Z" comes before "a" and a letter beyond U+FFFF after U+FFxx,
+    // which UTF-16 order would get the other way round.
+    QList<std::pair<QList<uint>, QString>> kept;
+    for (const QStringList *list : { &m_completionWords, &fixedPhrases() }) {
+        for (const QString &candidate : *list) {
+            if (candidate.toLower().startsWith(prefix)) {
+                kept.append({ candidate.toUcs4(), candidate });
+            }
+        }
+    }
+    std::sort(kept.begin(), kept.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
+    QStringList result;
+    result.reserve(kept.size());
+    for (auto &entry : kept) {
+        result.append(std::move(entry.second));
+    }
+    return result;
+}
+
+void SQLEditor::keyPressEvent(QKeyEvent *event)
+{
+    if (m_completer->popup()->isVisible()) {
+        switch (event->key()) {
+        case Qt::Key_Enter:
+        case Qt::Key_Return:
+        case Qt::Key_Escape:
+        case Qt::Key_Tab:
+        case Qt::Key_Backtab:
+            // The completer picks or dismisses on these.
+            event->ignore();
+            return;
+        default:
+            break;
+        }
+    }
+
+    const Qt::KeyboardModifiers modifiers = event->modifiers();
+    // Keypad Enter arrives as Key_Enter, so it never runs anything.
+    if (event->key() == Qt::Key_Return && modifiers.testFlag(Qt::ControlModifier)) {
+        const QTextCursor cursor = textCursor();
+        std::optional<QString> selection;
+        if (cursor.hasSelection()) {
+            selection = documentForm(cursor.selectedText());
+        }
+        Q_EMIT runRequested(selection);
+        event->accept();
+        return;
+    }
+    if (event->key() == Qt::Key_Tab && !modifiers.testFlag(Qt::ShiftModifier) && !isReadOnly()) {
+        QTextCursor cursor = textCursor();
+        cursor.insertText(QStringLiteral("    "));
+        setTextCursor(cursor);
+        event->accept();
+        return;
+    }
+    if (event->key() == Qt::Key_Space && modifiers.testFlag(Qt::ControlModifier)) {
+        showCompletions();
+        event->accept();
+        return;
+    }
+
+    QPlainTextEdit::keyPressEvent(event);
+    if (m_completer->popup()->isVisible()) {
+        showCompletions();
+    }
+}
+
+QTextCursor SQLEditor::partialWordCursor() const
+{
+    QTextCursor cursor = textCursor();
+    const int position = cursor.position();
+    const QTextBlock block = cursor.block();
+    const QString text = block.text();
+    int start = position - block.position();
+    while (start > 0) {
+        char32_t c = text[start - 1].unicode();
+        int width = 1;
+        if (QChar::isLowSurrogate(c) && start > 1 && text[start - 2].isHighSurrogate()) {
+            c = QChar::surrogateToUcs4(text[start - 2], text[start - 1]);
+            width = 2;
+        }
+        if (!isWordCharacter(c)) {
+            break;
+        }
+        start -= width;
+    }
+    cursor.setPosition(block.position() + start);
+    cursor.setPosition(position, QTextCursor::KeepAnchor);
+    return cursor;
+}
+
+void SQLEditor::showCompletions()
+{
+    const QStringList candidates = completionsFor(partialWordCursor().selectedText());
+    m_completionModel->setStringList(candidates);
+    QAbstractItemView *popup = m_completer->popup();
+    if (candidates.isEmpty()) {
+        popup->hide();
+        return;
+    }
+    QRect anchor = cursorRect();
+    anchor.setWidth(popup->sizeHintForColumn(0) + popup->verticalScrollBar()->sizeHint().width());
+    m_completer->complete(anchor);
+}
+
+void SQLEditor::insertCompletion(const QString &completion)
+{
+    QTextCursor cursor = partialWordCursor();
+    cursor.insertText(completion);
+    setTextCursor(cursor);
+}
+
+void SQLEditor::paintEvent(QPaintEvent *event)
+{
+    QPlainTextEdit::paintEvent(event);
+    if (hasFocus() && !isReadOnly()) {
+        QPainter painter(viewport());
+        painter.fillRect(caretRect(), caretColor);
+    }
+}
+
+void SQLEditor::focusInEvent(QFocusEvent *event)
+{
+    QPlainTextEdit::focusInEvent(event);
+    updateCaret();
+}
+
+void SQLEditor::focusOutEvent(QFocusEvent *event)
+{
+    QPlainTextEdit::focusOutEvent(event);
+    updateCaret();
+}
+
+QRect SQLEditor::caretRect() const
+{
+    const QRect line = cursorRect();
+    return QRect(line.left(), line.top(), 2, line.height());
+}
+
+void SQLEditor::updateCaret()
+{
+    viewport()->update(m_paintedCaret.adjusted(-1, 0, 1, 0));
+    m_paintedCaret = caretRect();
+    viewport()->update(m_paintedCaret.adjusted(-1, 0, 1, 0));
+}
+
+} // namespace tallowick
