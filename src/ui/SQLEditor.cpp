@@ -268,7 +268,8 @@ void SQLEditor::insertCompletion(const QString &completion)
 void SQLEditor::paintEvent(QPaintEvent *event)
 {
     QPlainTextEdit::paintEvent(event);
-    if (hasFocus() && !isReadOnly()) {
+    // The read-only preview keeps a caret too, for selecting with the keyboard.
+    if (hasFocus()) {
         QPainter painter(viewport());
         painter.fillRect(caretRect(), caretColor);
     }

@@ -97,7 +97,7 @@ RunStop scanRun(QStringView line, qsizetype from, QuoteKind kind)
             return { RunStop::Lone, i, lastPair };
         }
         if (backslashEscapes && c == u'\\') {
-            // The line's last backslash is followed by the line break or by the end of the text.
+            // '.' takes no line break, and the line's last backslash has nothing else after it.
             if (i + 1 == size || line[i + 1] == u'\n') {
                 return { RunStop::Stuck, i, lastPair };
             }

@@ -52,7 +52,10 @@ struct SqlLineLookahead {
 // expression engine refuses a whole subject that holds one. The length never changes.
 QString coloringText(const QString &text);
 
-// The whole-text pass: one colour per UTF-16 unit of `text`.
+// The whole-text pass: one colour per UTF-16 unit of `text`. It is only as good as the engine:
+// Qt's JIT-compiled matcher runs out of stack on a quoted run of more than about 21,800
+// characters, and the pass then colours no further quoted text. The line functions below have
+// no such limit and colour what the pattern means.
 QList<SqlColor> referenceSqlColoring(const QString &text);
 
 // Colours one line of coloringText() output (without its line break) into `colors`, resized to

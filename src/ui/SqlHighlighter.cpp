@@ -156,7 +156,8 @@ void SqlHighlighter::highlightBlock(const QString &text)
         }
         return answer == 1;
     };
-    lookahead.closerFollows = lastCloserPosition() >= block.position() + block.length();
+    // Only an opening "/*" asks, and finding a block's position is not free.
+    lookahead.closerFollows = line.contains(u"/*") && lastCloserPosition() >= block.position() + block.length();
 
     QList<SqlColor> colors;
     const SqlLineState end = colorSqlLine(line, start, lookahead, colors);
@@ -218,6 +219,8 @@ void SqlHighlighter::noteContentsChange(int from, int charsRemoved, int charsAdd
             commentsChanged = commentShape(line) != info->commentShape;
         }
     }
+    // Retyping the last "*/" over itself keeps every shape but leaves the cursor behind it.
+    commentsChanged = commentsChanged || !closerIntact();
     m_blockCount = blockCount;
     if (!quotesChanged && !commentsChanged) {
         return;
@@ -281,8 +284,10 @@ void SqlHighlighter::findRunsReaching(const QTextBlock &first)
 void SqlHighlighter::trackLastCloser(const QTextBlock &first, const QTextBlock &last)
 {
     QTextDocument *doc = document();
+    // The cursor is checked after every edit, so a broken one was broken by this edit: the old
+    // last "*/" lay in the edited text, and none can follow the edited lines.
     const int old = lastCloserPosition();
-    const bool oldIntact = old >= 0 && doc->characterAt(old) == u'*' && doc->characterAt(old + 1) == u'/';
+    const bool oldIntact = old >= 0 && closerIntact();
     int now = oldIntact ? old : -1;
     for (QTextBlock block = last; block.isValid(); block = block.previous()) {
         const int at = static_cast<int>(block.text().lastIndexOf(u"*/"));
@@ -332,6 +337,15 @@ int SqlHighlighter::findCloserBefore(const QTextBlock &block) const
         }
     }
     return -1;
+}
+
+bool SqlHighlighter::closerIntact() const
+{
+    if (!m_hasCloser) {
+        return true;
+    }
+    const int at = m_lastCloser.position();
+    return document()->characterAt(at) == u'*' && document()->characterAt(at + 1) == u'/';
 }
 
 int SqlHighlighter::lastCloserPosition() const

@@ -52,6 +52,7 @@ private:
     void findRunsReaching(const QTextBlock &first);
     void trackLastCloser(const QTextBlock &first, const QTextBlock &last);
     int findCloserBefore(const QTextBlock &block) const;
+    bool closerIntact() const;
     int lastCloserPosition() const;
 
     std::array<QTextCharFormat, 4> m_formats;

@@ -109,7 +109,6 @@ void TestSQLEditor::tabReplacesTheSelectionWithFourSpaces()
     QTest::keyClick(&editor, Qt::Key_Tab);
     QCOMPARE(editor.sql(), QStringLiteral("a    ef"));
     QCOMPARE(editor.textCursor().position(), 5);
-    QVERIFY(editor.hasFocus() || !editor.isVisible());
 }
 
 void TestSQLEditor::shiftTabInsertsNoSpaces()
