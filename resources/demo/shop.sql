@@ -45,9 +45,10 @@ CREATE TABLE order_items (
 
 INSERT INTO customers (name, email, city, country, notes, created_at)
 SELECT CONCAT(ELT(1 + seq % 8, 'Ada', 'Grace', 'Linus', 'Margaret', 'Alan', 'Barbara', 'Ken', 'Edsger'), ' ',
-              ELT(1 + (seq DIV 8) % 7, 'Lovelace', 'Hopper', 'Torvalds', 'Hamilton', 'Turing', 'Liskov', 'Thompson')),
+              ELT(1 + (seq * 3 + seq DIV 8) % 7, 'Lovelace', 'Hopper', 'Torvalds', 'Hamilton', 'Turing', 'Liskov',
+                  'Thompson')),
        CONCAT('customer', seq, '@example.com'),
-       ELT(1 + seq % 6, 'London', 'Leeds', 'Bristol', 'Glasgow', 'Cardiff', 'Belfast'),
+       ELT(1 + (seq * 5 + seq DIV 3) % 6, 'London', 'Leeds', 'Bristol', 'Glasgow', 'Cardiff', 'Belfast'),
        ELT(1 + seq % 3, 'GB', 'IE', 'FR'),
        IF(seq % 5 = 0, CONCAT('Prefers delivery after ', 8 + seq % 6, ' pm'), NULL),
        '2025-01-01 09:00:00' + INTERVAL seq * 7 HOUR
@@ -68,17 +69,17 @@ SELECT CONCAT('SKU-', LPAD(seq, 4, '0')),
 FROM seq_1_to_120;
 
 INSERT INTO orders (customer_id, status, ordered_at, note)
-SELECT 1 + seq * 7 % 600,
+SELECT 1 + (seq * 131 + seq DIV 7) % 600,
        ELT(1 + seq % 4, 'new', 'paid', 'shipped', 'cancelled'),
        '2025-03-01 08:00:00' + INTERVAL seq * 3 HOUR,
        IF(seq % 11 = 0, 'Gift wrap, please', NULL)
 FROM seq_1_to_2400;
 
 INSERT INTO order_items (order_id, line, product_id, quantity, unit_price)
-SELECT o.seq, l.seq, 1 + (o.seq * 5 + l.seq * 11) % 120, 1 + (o.seq + l.seq) % 4, p.price
+SELECT o.seq, l.seq, p.id, 1 + (o.seq * 7 + l.seq * 3) % 5, p.price
 FROM seq_1_to_2400 o
-JOIN seq_1_to_3 l ON l.seq <= 1 + o.seq % 3
-JOIN products p ON p.id = 1 + (o.seq * 5 + l.seq * 11) % 120;
+JOIN seq_1_to_3 l ON l.seq <= 1 + (o.seq * 13) % 3
+JOIN products p ON p.id = 1 + (o.seq * 37 + l.seq * 53 + o.seq DIV 11) % 120;
 
 CREATE VIEW order_totals AS
 SELECT o.id AS order_id, c.name AS customer, o.status, o.ordered_at,

@@ -1,7 +1,7 @@
 # Shared by the scripts in scripts/: package installation and the CMake build.
 # Source it from the repository root.
 
-BUILD_PACKAGES=(cmake ninja-build g++ pkg-config qt6-base-dev libqt6svg6 libsecret-1-0 libmariadb-dev qtkeychain-qt6-dev)
+BUILD_PACKAGES=(cmake ninja-build g++ pkg-config qt6-base-dev libqt6svg6 libsecret-1-0 fonts-symbola libmariadb-dev qtkeychain-qt6-dev)
 TEST_PACKAGES=(clang-format-16 mariadb-server mariadb-client openssl dbus gnome-keyring xvfb xauth)
 BENCH_PACKAGES=(libbenchmark-dev time)
 

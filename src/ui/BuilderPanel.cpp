@@ -186,7 +186,8 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     scroll->setWidget(form);
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setMinimumWidth(420);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scroll->setMinimumWidth(460);
 
     auto *previewTitle = new QLabel(QStringLiteral("SQL preview"));
     previewTitle->setFont(titleFont);
@@ -212,8 +213,9 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     auto *split = new QSplitter(Qt::Horizontal);
     split->addWidget(scroll);
     split->addWidget(side);
-    split->setStretchFactor(0, 1);
-    split->setStretchFactor(1, 1);
+    split->setStretchFactor(0, 3);
+    split->setStretchFactor(1, 2);
+    split->setSizes({ 640, 420 });
     split->setChildrenCollapsible(false);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(14, 10, 14, 10);

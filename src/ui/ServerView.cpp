@@ -9,6 +9,7 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace tallowick
 {
@@ -95,7 +96,13 @@ void ServerView::refresh()
         return;
     }
     const QueryResult &listed = shown();
+    const bool newListing = m_grid->result().columnNames() != listed.columnNames();
     m_grid->refresh(listed, false, m_selectedRow);
+    // Variable names are long; a fresh listing shows its first column in full (within reason).
+    if (newListing && !listed.fields.empty()) {
+        m_grid->resizeColumnToContents(0);
+        m_grid->setColumnWidth(0, std::clamp(m_grid->columnWidth(0) + 16, 140, 420));
+    }
     const bool processChosen = m_listing == Listing::processes && m_selectedRow >= 0
         && static_cast<std::size_t>(m_selectedRow) < listed.rows.size();
     m_stop->setVisible(m_listing == Listing::processes);
