@@ -2,7 +2,7 @@
 # Source it from the repository root.
 
 BUILD_PACKAGES=(cmake ninja-build g++ pkg-config qt6-base-dev libqt6svg6 libsecret-1-0 fonts-symbola libmariadb-dev qtkeychain-qt6-dev)
-TEST_PACKAGES=(clang-format-16 mariadb-server mariadb-client openssl dbus gnome-keyring xvfb xauth)
+TEST_PACKAGES=(clang-format-16 mariadb-server mariadb-client openssl dbus gnome-keyring xvfb xauth xdotool)
 BENCH_PACKAGES=(libbenchmark-dev time)
 
 as_root() {

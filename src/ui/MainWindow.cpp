@@ -78,13 +78,15 @@ MainWindow::MainWindow(AppStore &store, UserPrompts &prompts, QWidget *parent)
 
 void MainWindow::buildMenus()
 {
+    // Quit, full screen and help are spelled out: some desktops define no standard key for
+    // them, and the shortcuts should be the same everywhere.
     QMenuBar *bar = menuBar();
     QMenu *app = bar->addMenu(QStringLiteral("Tallowick"));
     app->addAction(QStringLiteral("About Tallowick"), this, &MainWindow::showAbout);
     app->addSeparator();
     app->addAction(QStringLiteral("Hide Tallowick"), QKeySequence(Qt::CTRL | Qt::Key_H), this, &QWidget::showMinimized);
     app->addSeparator();
-    app->addAction(QStringLiteral("Quit Tallowick"), QKeySequence::Quit, this, &QWidget::close);
+    app->addAction(QStringLiteral("Quit Tallowick"), QKeySequence(Qt::CTRL | Qt::Key_Q), this, &QWidget::close);
 
     QMenu *file = bar->addMenu(QStringLiteral("File"));
     file->addAction(QStringLiteral("New Connection…"), QKeySequence::New, this, &MainWindow::newConnection);
@@ -106,10 +108,10 @@ void MainWindow::buildMenus()
 
     QMenu *view = bar->addMenu(QStringLiteral("View"));
     view->addAction(
-        QStringLiteral("Toggle Full Screen"), QKeySequence::FullScreen, this, &MainWindow::toggleFullScreen);
+        QStringLiteral("Toggle Full Screen"), QKeySequence(Qt::Key_F11), this, &MainWindow::toggleFullScreen);
 
     QMenu *help = bar->addMenu(QStringLiteral("Help"));
-    help->addAction(QStringLiteral("Tallowick Guide"), QKeySequence::HelpContents, this, &MainWindow::showGuide);
+    help->addAction(QStringLiteral("Tallowick Guide"), QKeySequence(Qt::Key_F1), this, &MainWindow::showGuide);
 
     // Edit commands act on whatever widget has focus, so their shortcuts belong to that widget:
     // the menu entries only document them and serve clicks.

@@ -1,0 +1,215 @@
+#include "session/ServerSession.h"
+#include "store/AppStore.h"
+#include "support/SessionHarness.h"
+#include "ui/ConnectionRow.h"
+#include "ui/ConnectionSheet.h"
+#include "ui/MainWindow.h"
+#include "ui/RootView.h"
+#include "ui/SessionView.h"
+#include "ui/Sidebar.h"
+#include "ui/WelcomeView.h"
+
+#include <QCloseEvent>
+#include <QLineEdit>
+#include <QMenuBar>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace tallowick;
+using namespace tallowick::test;
+
+namespace
+{
+
+struct WindowFixture {
+    SessionHarness harness;
+    QTemporaryDir folder;
+    AppStore store { folder.path().toStdString(), harness.keychain, harness.prompts };
+    MainWindow window { store, harness.prompts };
+
+    // Saves a profile through the store and waits for the keyring work to come back.
+    bool save(const ConnectionProfile &profile)
+    {
+        bool finished = false;
+        store.save(profile, harness.server.password, [&finished](const auto &) { finished = true; });
+        return QTest::qWaitFor([&finished] { return finished; }, 10000);
+    }
+
+    std::vector<std::string> rowNames() const
+    {
+        std::vector<std::string> names;
+        for (const ConnectionRow *row : window.rootView()->sidebar()->rows()) {
+            names.push_back(row->profile().name);
+        }
+        return names;
+    }
+};
+
+} // namespace
+
+// The main window as a user meets it: its menus, the sidebar and the welcome page, and the
+// commands that act on the active session.
+class TestMainWindow final : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void menusInOrderWithShortcuts();
+    void newQueryTabNeedsAnActiveSession();
+    void searchFiltersTheConnectionList();
+    void duplicateOpensTheSheetWithACopy();
+    void welcomePageUntilASessionIsActive();
+    void closingAsksWhileAQueryRuns();
+};
+
+void TestMainWindow::menusInOrderWithShortcuts()
+{
+    WindowFixture fixture;
+    QStringList layout;
+    for (QAction *menu : fixture.window.menuBar()->actions()) {
+        layout << menu->text() + QStringLiteral(":");
+        for (QAction *item : menu->menu()->actions()) {
+            layout << (item->isSeparator() ? QStringLiteral("-")
+                                           : item->text() + QStringLiteral(" [")
+                        + item->shortcut().toString(QKeySequence::PortableText) + u']');
+        }
+    }
+    const QStringList expected {
+        "Tallowick:",
+        "About Tallowick []",
+        "-",
+        "Hide Tallowick [Ctrl+H]",
+        "-",
+        "Quit Tallowick [Ctrl+Q]",
+        "File:",
+        "New Connection… [Ctrl+N]",
+        "New Query Tab [Ctrl+T]",
+        "Open SQL Script… [Ctrl+O]",
+        "Save Query… [Ctrl+S]",
+        "Edit:",
+        "Undo [Ctrl+Z]",
+        "Cut [Ctrl+X]",
+        "Copy [Ctrl+C]",
+        "Paste [Ctrl+V]",
+        "Select All [Ctrl+A]",
+        "Query:",
+        "Run Query [Ctrl+Return]",
+        "Query Builder [Ctrl+B]",
+        "View:",
+        "Toggle Full Screen [F11]",
+        "Help:",
+        "Tallowick Guide [F1]",
+    };
+    QCOMPARE(layout, expected);
+}
+
+void TestMainWindow::newQueryTabNeedsAnActiveSession()
+{
+    WindowFixture fixture;
+    fixture.window.show();
+    fixture.window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&fixture.window));
+    QTest::keyClick(&fixture.window, Qt::Key_T, Qt::ControlModifier); // nothing active: nothing happens
+    QVERIFY(fixture.store.sessions().empty());
+
+    const ConnectionProfile first = fixture.harness.profile("First");
+    const ConnectionProfile second = fixture.harness.profile("Second");
+    QVERIFY(fixture.save(first));
+    QVERIFY(fixture.save(second));
+    ServerSession *inactive = fixture.store.session(first);
+    fixture.store.connect(second);
+    ServerSession *active = fixture.store.active();
+    QVERIFY(settle(*active));
+    fixture.window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&fixture.window));
+    QTest::keyClick(&fixture.window, Qt::Key_T, Qt::ControlModifier);
+    QCOMPARE(active->tabs().size(), std::size_t(2));
+    QCOMPARE(active->tabs()[1].title, std::string("Query 2"));
+    QCOMPARE(active->activeTab(), active->tabs()[1].id);
+    QCOMPARE(inactive->tabs().size(), std::size_t(1));
+}
+
+void TestMainWindow::searchFiltersTheConnectionList()
+{
+    WindowFixture fixture;
+    for (const char *name : { "Production", "Staging", "Local demo" }) {
+        QVERIFY(fixture.save(fixture.harness.profile(name)));
+    }
+    QCOMPARE(fixture.rowNames(), (std::vector<std::string> { "Production", "Staging", "Local demo" }));
+    QLineEdit *search = fixture.window.rootView()->sidebar()->searchField();
+    QTest::keyClicks(search, "STAG");
+    QCOMPARE(fixture.rowNames(), std::vector<std::string> { "Staging" });
+    search->clear();
+    QTest::keyClicks(search, "nothing like it");
+    QVERIFY(fixture.rowNames().empty());
+    search->clear();
+    QCOMPARE(fixture.rowNames(), (std::vector<std::string> { "Production", "Staging", "Local demo" }));
+}
+
+void TestMainWindow::duplicateOpensTheSheetWithACopy()
+{
+    WindowFixture fixture;
+    fixture.window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&fixture.window));
+    const ConnectionProfile prod = fixture.harness.profile("Prod");
+    QVERIFY(fixture.save(prod));
+    ConnectionRow *row = fixture.window.rootView()->sidebar()->rows().front();
+    const QList<QAction *> actions = row->menuActions(row);
+    QStringList titles;
+    for (const QAction *action : actions) {
+        titles << action->text();
+    }
+    QCOMPARE(titles, (QStringList { "Connect", "Edit connection…", "Duplicate connection", "Remove connection…" }));
+    actions[2]->trigger();
+    QVERIFY(QTest::qWaitFor([&fixture] { return fixture.window.rootView()->sheet() != nullptr; }, 5000));
+    ConnectionSheet *sheet = fixture.window.rootView()->sheet();
+    QCOMPARE(sheet->nameField()->text(), QStringLiteral("Prod copy"));
+    QVERIFY(sheet->profile().id != prod.id);
+    QCOMPARE(sheet->profile().host, prod.host);
+    QCOMPARE(sheet->title(), QStringLiteral("New connection"));
+    sheet->reject();
+    QVERIFY(QTest::qWaitFor([&fixture] { return !fixture.store.showConnection(); }, 5000));
+    QCOMPARE(fixture.store.profiles().size(), std::size_t(1));
+    QCOMPARE(fixture.rowNames(), std::vector<std::string> { "Prod" });
+}
+
+void TestMainWindow::welcomePageUntilASessionIsActive()
+{
+    WindowFixture fixture;
+    const ConnectionProfile profile = fixture.harness.profile("Saved");
+    QVERIFY(fixture.save(profile));
+    RootView *root = fixture.window.rootView();
+    QCOMPARE(root->detail(), root->welcome());
+    fixture.store.setSelected(profile.id); // selected, but no session yet
+    QCOMPARE(root->detail(), root->welcome());
+    fixture.store.connect(profile);
+    ServerSession *session = fixture.store.active();
+    QVERIFY(session);
+    QCOMPARE(root->detail(), root->sessionView(session->id()));
+    QVERIFY(settle(*session));
+    QVERIFY(session->connected());
+}
+
+void TestMainWindow::closingAsksWhileAQueryRuns()
+{
+    WindowFixture fixture;
+    fixture.window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&fixture.window));
+    const ConnectionProfile profile = fixture.harness.profile("Busy");
+    QVERIFY(fixture.save(profile));
+    fixture.store.connect(profile);
+    ServerSession *session = fixture.store.active();
+    QVERIFY(settle(*session));
+    session->run("SELECT SLEEP(1)");
+    QVERIFY(session->busy());
+    fixture.harness.prompts.confirmations = { false };
+    QVERIFY(!fixture.window.close());
+    QVERIFY(fixture.window.isVisible());
+    QCOMPARE(fixture.harness.prompts.asked.back().text, std::string("Quit while a query is running?"));
+    QVERIFY(settle(*session));
+    QVERIFY(fixture.window.close()); // idle and nothing unsaved: closes without asking
+    QCOMPARE(fixture.harness.prompts.asked.size(), std::size_t(1));
+}
+
+QTEST_MAIN(TestMainWindow)
+#include "TestMainWindow.moc"
