@@ -4,6 +4,7 @@
 #include "store/AppStore.h"
 #include "ui/QuitPrompts.h"
 #include "ui/RootView.h"
+#include "ui/SQLEditor.h"
 #include "ui/WindowGeometry.h"
 
 #include <QApplication>
@@ -132,6 +133,14 @@ QAction *MainWindow::action(const QString &title) const
     return nullptr;
 }
 
+void MainWindow::flushEditor()
+{
+    // A large script's latest typing may still be held back in the editor.
+    if (auto *editor = qobject_cast<SQLEditor *>(QApplication::focusWidget())) {
+        editor->flushEdits();
+    }
+}
+
 void MainWindow::newConnection()
 {
     m_store->openConnectionSheet(ConnectionProfile {});
@@ -155,6 +164,7 @@ void MainWindow::openSQL()
 
 void MainWindow::saveSQL()
 {
+    flushEditor();
     if (ServerSession *session = m_store->active()) {
         session->saveQuery();
     }
@@ -162,6 +172,7 @@ void MainWindow::saveSQL()
 
 void MainWindow::runQuery()
 {
+    flushEditor();
     if (ServerSession *session = m_store->active()) {
         session->run();
     }

@@ -38,6 +38,7 @@ protected:
 
 private:
     void buildMenus();
+    void flushEditor();
 
     QPointer<AppStore> m_store;
     UserPrompts &m_prompts;

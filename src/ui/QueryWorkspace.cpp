@@ -176,7 +176,9 @@ QueryWorkspace::QueryWorkspace(ServerSession &session, QWidget *parent)
     QObject::connect(m_save, &QPushButton::clicked, this, [this] { m_session->saveQuery(); });
     QObject::connect(m_export, &QPushButton::clicked, this, [this] { m_session->exportCSV(); });
     QObject::connect(m_editor, &SQLEditor::sqlEdited, this, [this](const QString &text) {
-        m_session->setTabSQL(m_session->activeTab(), text.toStdString());
+        // The edit belongs to the tab the editor was showing, even if another is active by now.
+        m_editorText = text.toStdString();
+        m_session->setTabSQL(m_editorTab, m_editorText);
     });
     QObject::connect(m_editor, &SQLEditor::runRequested, this, [this](const std::optional<QString> &selection) {
         m_session->run(selection ? std::optional<std::string>(selection->toStdString()) : std::nullopt);
@@ -239,9 +241,18 @@ void QueryWorkspace::refreshTabs()
 
 void QueryWorkspace::refreshEditor()
 {
-    if (const QueryTab *tab = m_session ? currentTab(*m_session) : nullptr) {
-        m_editor->setSQL(QString::fromStdString(tab->sql));
+    const QueryTab *tab = m_session ? currentTab(*m_session) : nullptr;
+    if (!tab) {
+        return;
     }
+    if (tab->id == m_editorTab && (m_editor->hasPendingEdit() || tab->sql == m_editorText)) {
+        return; // the editor already shows this text, or newer typing not yet handed over
+    }
+    // Typing held back for the tab being left still belongs to that tab.
+    m_editor->flushEdits();
+    m_editorTab = tab->id;
+    m_editorText = tab->sql;
+    m_editor->setSQL(QString::fromStdString(tab->sql));
 }
 
 void QueryWorkspace::refreshResult()

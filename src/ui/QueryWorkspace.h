@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QPointer>
+#include <QUuid>
 #include <QWidget>
+#include <string>
 
 class QComboBox;
 class QLabel;
@@ -66,6 +68,8 @@ private:
     QWidget *m_emptyState;
     NativeGrid *m_grid;
     bool m_updatingTabs = false;
+    QUuid m_editorTab; // the tab whose text the editor holds
+    std::string m_editorText; // that text, as last exchanged with the session
 };
 
 } // namespace tallowick

@@ -10,6 +10,7 @@
 #include <QScrollBar>
 #include <QStringListModel>
 #include <QTextBlock>
+#include <QTimer>
 #include <algorithm>
 #include <utility>
 
@@ -87,6 +88,7 @@ SQLEditor::SQLEditor(bool readOnly, QWidget *parent)
     , m_highlighter(new SqlHighlighter(document()))
     , m_completer(new QCompleter(this))
     , m_completionModel(new QStringListModel(this))
+    , m_editPause(new QTimer(this))
 {
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     font.setPointSizeF(15);
@@ -125,8 +127,18 @@ SQLEditor::SQLEditor(bool readOnly, QWidget *parent)
         if (m_replacingText || m_highlighter->isRecoloring()) {
             return;
         }
+        // Handing a multi-megabyte script to the host on every keystroke would make typing lag,
+        // so large texts are handed over once the typing pauses (or before anything uses them).
+        if (document()->characterCount() > largeTextCharacters) {
+            m_pendingEdit = true;
+            m_editPause->start();
+            return;
+        }
         Q_EMIT sqlEdited(toPlainText());
     });
+    m_editPause->setSingleShot(true);
+    m_editPause->setInterval(300);
+    QObject::connect(m_editPause, &QTimer::timeout, this, &SQLEditor::flushEdits);
     QObject::connect(this, &QPlainTextEdit::cursorPositionChanged, this, &SQLEditor::updateCaret);
 }
 
@@ -197,6 +209,7 @@ void SQLEditor::keyPressEvent(QKeyEvent *event)
         if (cursor.hasSelection()) {
             selection = documentForm(cursor.selectedText());
         }
+        flushEdits();
         Q_EMIT runRequested(selection);
         event->accept();
         return;
@@ -281,8 +294,18 @@ void SQLEditor::focusInEvent(QFocusEvent *event)
     updateCaret();
 }
 
+void SQLEditor::flushEdits()
+{
+    if (m_pendingEdit) {
+        m_pendingEdit = false;
+        m_editPause->stop();
+        Q_EMIT sqlEdited(toPlainText());
+    }
+}
+
 void SQLEditor::focusOutEvent(QFocusEvent *event)
 {
+    flushEdits();
     QPlainTextEdit::focusOutEvent(event);
     updateCaret();
 }

@@ -5,6 +5,7 @@
 #include <optional>
 
 class QCompleter;
+class QTimer;
 class QStringListModel;
 
 namespace tallowick
@@ -30,6 +31,11 @@ public:
     // Host words (table and column names), offered before the fourteen fixed phrases.
     void setCompletionWords(const QStringList &words);
     QStringList completionsFor(const QString &partialWord) const;
+    // Texts over this size reach the host when typing pauses rather than on every keystroke.
+    static constexpr int largeTextCharacters = 1'000'000;
+    // Hands a held-back edit of a large text to the host now.
+    void flushEdits();
+    bool hasPendingEdit() const { return m_pendingEdit; }
 
 Q_SIGNALS:
     void sqlEdited(const QString &text);
@@ -53,6 +59,8 @@ private:
     QStringListModel *m_completionModel;
     QStringList m_completionWords;
     bool m_replacingText = false;
+    bool m_pendingEdit = false;
+    QTimer *m_editPause;
     QRect m_paintedCaret;
 };
 

@@ -52,6 +52,7 @@ private Q_SLOTS:
     void completionPopupInsertsTheChosenWord();
     void completionWithNoCandidateShowsNoPopup();
     void longLinesWrapInsteadOfScrolling();
+    void largeScriptEditsReachTheHostOnceTypingPauses();
 };
 
 void TestSQLEditor::runKey_data()
@@ -302,6 +303,32 @@ void TestSQLEditor::longLinesWrapInsteadOfScrolling()
     QVERIFY(QTest::qWaitForWindowExposed(&editor));
     QCOMPARE(editor.horizontalScrollBar()->maximum(), 0);
     QVERIFY(editor.document()->firstBlock().layout()->lineCount() > 1);
+}
+
+void TestSQLEditor::largeScriptEditsReachTheHostOnceTypingPauses()
+{
+    SQLEditor editor;
+    const QString big = QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 10);
+    editor.setSQL(big);
+    editor.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&editor));
+    QSignalSpy edits(&editor, &SQLEditor::sqlEdited);
+    QSignalSpy runs(&editor, &SQLEditor::runRequested);
+    editor.moveCursor(QTextCursor::End);
+    QTest::keyClicks(&editor, "abc");
+    QCOMPARE(edits.count(), 0); // held back while typing goes on
+    QVERIFY(editor.hasPendingEdit());
+    // Running hands the text over first, so the run sees what is on screen.
+    QTest::keyClick(&editor, Qt::Key_Return, Qt::ControlModifier);
+    QCOMPARE(edits.count(), 1);
+    QCOMPARE(runs.count(), 1);
+    QVERIFY(edits.at(0).at(0).toString().endsWith(QStringLiteral("abc")));
+    // A pause in typing hands it over by itself, once.
+    QTest::keyClicks(&editor, "d");
+    QVERIFY(edits.wait(2000));
+    QCOMPARE(edits.count(), 2);
+    QVERIFY(edits.at(1).at(0).toString().endsWith(QStringLiteral("abcd")));
+    QVERIFY(!editor.hasPendingEdit());
 }
 
 QTEST_MAIN(TestSQLEditor)
