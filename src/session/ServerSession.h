@@ -64,6 +64,8 @@ public:
     const QUuid &id() const { return m_profile.id; }
     const ConnectionProfile &profile() const { return m_profile; }
     std::uint64_t connectionID() const { return m_connectionID; }
+    // Where the session's confirmations go; forms that act on the session ask the same way.
+    UserPrompts &prompts() const { return m_prompts; }
 
     bool connected() const { return m_connected; }
     bool busy() const { return m_busy; }

@@ -1,6 +1,8 @@
 #include "ui/DataView.h"
 
 #include "session/ServerSession.h"
+#include "ui/CsvImportForm.h"
+#include "ui/ManagementForm.h"
 #include "ui/NativeGrid.h"
 
 #include <QComboBox>
@@ -37,6 +39,9 @@ DataView::DataView(ServerSession &session, QWidget *parent)
     , m_pageSize(new QComboBox)
     , m_refresh(toolButton(QStringLiteral("Refresh"), QStringLiteral("Load this page again")))
     , m_delete(toolButton(QStringLiteral("Delete row…"), QStringLiteral("Delete the selected row")))
+    , m_insertRow(toolButton(QStringLiteral("Insert row…"), QStringLiteral("Add a row to this table")))
+    , m_importCSV(
+          toolButton(QStringLiteral("Import CSV…"), QStringLiteral("Insert the rows of a CSV file into this table")))
     , m_exportCSV(toolButton(QStringLiteral("Export CSV…"), QStringLiteral("Export the rows on screen as CSV")))
     , m_exportDatabase(toolButton(
           QStringLiteral("Export database…"), QStringLiteral("Export this database's tables and views as SQL")))
@@ -71,6 +76,8 @@ DataView::DataView(ServerSession &session, QWidget *parent)
     auto *hint = new QLabel(QStringLiteral("Double-click a value to edit · right-click for NULL"));
     hint->setStyleSheet(QStringLiteral("color: palette(mid);"));
     actions->addWidget(hint, 1);
+    actions->addWidget(m_insertRow);
+    actions->addWidget(m_importCSV);
     actions->addWidget(m_delete);
     actions->addWidget(m_exportCSV);
     actions->addWidget(m_exportDatabase);
@@ -94,6 +101,17 @@ DataView::DataView(ServerSession &session, QWidget *parent)
         goToPage(0);
     });
     QObject::connect(m_delete, &QPushButton::clicked, this, [this] { m_session->deleteSelectedRow(); });
+    QObject::connect(m_insertRow, &QPushButton::clicked, this, [this] {
+        auto *form
+            = new ManagementForm(*m_session, m_session->prompts(), ManagementSheet::insertRow, std::nullopt, this);
+        form->setAttribute(Qt::WA_DeleteOnClose);
+        form->open();
+    });
+    QObject::connect(m_importCSV, &QPushButton::clicked, this, [this] {
+        auto *form = new CsvImportForm(*m_session, m_session->prompts(), this);
+        form->setAttribute(Qt::WA_DeleteOnClose);
+        form->open();
+    });
     QObject::connect(m_exportCSV, &QPushButton::clicked, this, [this] { m_session->exportCSV(); });
     QObject::connect(m_exportDatabase, &QPushButton::clicked, this, [this] { m_session->backup(); });
     QObject::connect(
@@ -152,7 +170,10 @@ void DataView::refreshControls()
         m_filter->setText(QString::fromStdString(m_session->filter()));
     }
     const bool rowChosen = m_session->selectedRow() >= 0 && m_session->selectedRow() < rows;
-    m_delete->setEnabled(idle && hasTable && rowChosen && !m_session->profile().readOnly);
+    const bool writable = !m_session->profile().readOnly;
+    m_delete->setEnabled(idle && hasTable && rowChosen && writable);
+    m_insertRow->setEnabled(idle && hasTable && writable);
+    m_importCSV->setEnabled(idle && hasTable && writable);
     m_exportCSV->setEnabled(hasTable);
     m_exportDatabase->setEnabled(idle && !m_session->database().empty());
 }

@@ -42,6 +42,8 @@ private:
     QComboBox *m_pageSize;
     QPushButton *m_refresh;
     QPushButton *m_delete;
+    QPushButton *m_insertRow;
+    QPushButton *m_importCSV;
     QPushButton *m_exportCSV;
     QPushButton *m_exportDatabase;
     NativeGrid *m_grid;

@@ -1,6 +1,7 @@
 #include "ui/UsersView.h"
 
 #include "session/ServerSession.h"
+#include "ui/ManagementForm.h"
 #include "ui/NativeGrid.h"
 
 #include <QHBoxLayout>
@@ -16,6 +17,7 @@ UsersView::UsersView(ServerSession &session, QWidget *parent)
     : QWidget(parent)
     , m_session(&session)
     , m_reload(new QPushButton(QStringLiteral("Reload")))
+    , m_createUser(new QPushButton(QStringLiteral("Create user…")))
     , m_accounts(new NativeGrid)
     , m_grantsTitle(new QLabel(QStringLiteral("Choose an account to see its grants.")))
     , m_grants(new NativeGrid)
@@ -27,6 +29,7 @@ UsersView::UsersView(ServerSession &session, QWidget *parent)
     m_grantsTitle->setFont(bold);
     auto *bar = new QHBoxLayout;
     bar->addWidget(title, 1);
+    bar->addWidget(m_createUser);
     bar->addWidget(m_reload);
 
     auto *lower = new QWidget;
@@ -46,6 +49,12 @@ UsersView::UsersView(ServerSession &session, QWidget *parent)
     layout->addWidget(split, 1);
 
     QObject::connect(m_reload, &QPushButton::clicked, this, [this] { m_session->users(); });
+    QObject::connect(m_createUser, &QPushButton::clicked, this, [this] {
+        auto *form
+            = new ManagementForm(*m_session, m_session->prompts(), ManagementSheet::createUser, std::nullopt, this);
+        form->setAttribute(Qt::WA_DeleteOnClose);
+        form->open();
+    });
     QObject::connect(m_accounts, &NativeGrid::rowSelected, this, &UsersView::accountChosen);
     QObject::connect(&session, &ServerSession::metadataChanged, this, &UsersView::refresh);
     QObject::connect(&session, &ServerSession::userGrantsChanged, this, &UsersView::refresh);
@@ -61,6 +70,7 @@ void UsersView::refresh()
     m_accounts->refresh(m_session->metadata(), false, m_selectedRow);
     m_grants->refresh(m_session->userGrants(), false, -1);
     m_reload->setEnabled(!m_session->busy());
+    m_createUser->setEnabled(!m_session->busy() && !m_session->profile().readOnly);
 }
 
 void UsersView::accountChosen(std::int64_t row)

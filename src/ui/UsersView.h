@@ -29,6 +29,7 @@ private:
 
     QPointer<ServerSession> m_session;
     QPushButton *m_reload;
+    QPushButton *m_createUser;
     NativeGrid *m_accounts;
     QLabel *m_grantsTitle;
     NativeGrid *m_grants;

@@ -1,7 +1,10 @@
 #include "client/ClientThreadScope.h"
 #include "core/SqlQuoting.h"
 #include "support/SessionHarness.h"
+#include "ui/CsvImportForm.h"
 #include "ui/DataView.h"
+#include "ui/ManagementForm.h"
+#include "ui/MetadataView.h"
 #include "ui/NativeGrid.h"
 
 #include <QComboBox>
@@ -46,6 +49,7 @@ private Q_SLOTS:
     void setToNullFromTheMenu();
     void deleteAsksAndRemovesTheRow();
     void closingWithAnOpenEditorSendsNothing();
+    void formsOpenFromTheToolbars();
 
 private:
     std::int64_t column(const std::string &name) const;
@@ -220,6 +224,35 @@ void TestDataView::closingWithAnOpenEditorSendsNothing()
     QCoreApplication::processEvents();
     QVERIFY(!m_session->busy());
     QCOMPARE(m_scratch->run("SELECT name FROM items WHERE id = 1").rows.at(0).at(0), Cell("item 1"));
+}
+
+void TestDataView::formsOpenFromTheToolbars()
+{
+    QTest::mouseClick(button(*m_view, QStringLiteral("Insert row…")), Qt::LeftButton);
+    auto *insert = m_view->findChild<ManagementForm *>();
+    QVERIFY(insert && insert->isVisible());
+    QCOMPARE(insert->kind(), ManagementSheet::insertRow);
+    insert->reject();
+    QTest::mouseClick(button(*m_view, QStringLiteral("Import CSV…")), Qt::LeftButton);
+    auto *import = m_view->findChild<CsvImportForm *>();
+    QVERIFY(import && import->isVisible());
+    import->reject();
+
+    // The structure list's selected row picks the column to edit.
+    MetadataView structure(*m_session);
+    structure.show();
+    m_session->inspect(WorkspaceMode::structure);
+    QVERIFY(settle(*m_session));
+    QVERIFY(!structure.editColumnButton()->isEnabled());
+    NativeGrid *list = structure.grid();
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualRect(list->model()->index(1, 0)).center());
+    QVERIFY(structure.editColumnButton()->isEnabled());
+    QTest::mouseClick(structure.editColumnButton(), Qt::LeftButton);
+    auto *edit = structure.findChild<ManagementForm *>();
+    QVERIFY(edit);
+    QCOMPARE(edit->kind(), ManagementSheet::modifyColumn);
+    QVERIFY2(edit->previewText().contains(QStringLiteral("CHANGE COLUMN `name`")), qPrintable(edit->previewText()));
+    edit->reject();
 }
 
 QTEST_MAIN(TestDataView)
