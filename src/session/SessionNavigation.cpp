@@ -49,6 +49,10 @@ void ServerSession::chooseDatabase(const std::string &name)
         "Selecting database…",
         [name](MySQLConnection &client) { client.use(name); },
         [name](ServerSession &session) {
+            // Column lists are kept by table name, which only means something within one database.
+            if (session.m_database != name) {
+                session.setBuilderColumns({});
+            }
             session.setDatabase(name);
             session.setSelectedTable("");
             BuilderSpec builder;
@@ -70,6 +74,9 @@ void ServerSession::selectTable(const std::string &table, const std::string &dat
             return opened;
         },
         [table, database](ServerSession &session, const OpenedTable &opened) {
+            if (session.m_database != database) {
+                session.setBuilderColumns({});
+            }
             session.setDatabase(database);
             session.setSelectedTable(table);
             session.setColumns(opened.columns);

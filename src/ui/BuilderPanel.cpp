@@ -85,6 +85,43 @@ QComboBox *picker(const QStringList &choices, const QString &current, const QStr
     return box;
 }
 
+// Drops every reference to a table the query no longer reads from (after a join was removed or
+// pointed at another table): the form has no control left to show or undo such a reference, and
+// the statement would fail on the server.
+void dropStaleReferences(BuilderSpec &spec)
+{
+    std::vector<std::string> tables;
+    if (!spec.table.empty()) {
+        tables.push_back(spec.table);
+    }
+    for (const BuilderJoin &join : spec.joins) {
+        if (!join.table.empty()) {
+            tables.push_back(join.table);
+        }
+    }
+    const auto known = [&tables](const std::string &reference) {
+        return std::any_of(tables.begin(), tables.end(), [&reference](const std::string &table) {
+            return reference.starts_with(table + ".");
+        });
+    };
+    std::erase_if(spec.columns, [&tables](const BuilderColumn &column) {
+        return std::find(tables.begin(), tables.end(), column.table) == tables.end();
+    });
+    std::erase_if(spec.groupBy, [&known](const std::string &reference) { return !known(reference); });
+    std::erase_if(spec.filters,
+        [&known](const BuilderFilter &filter) { return !filter.column.empty() && !known(filter.column); });
+    if (!spec.orderBy.empty() && !known(spec.orderBy)) {
+        spec.orderBy.clear();
+    }
+    for (BuilderJoin &join : spec.joins) {
+        for (std::string *side : { &join.left, &join.right }) {
+            if (!side->empty() && !known(*side)) {
+                side->clear();
+            }
+        }
+    }
+}
+
 template <typename Item> Item *findById(std::vector<Item> &items, const QUuid &id)
 {
     const auto found = std::find_if(items.begin(), items.end(), [&id](const Item &item) { return item.id == id; });
@@ -261,7 +298,13 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     QObject::connect(&session, &ServerSession::builderColumnsChanged, this, &BuilderPanel::refresh);
     QObject::connect(&session, &ServerSession::tablesChanged, this, &BuilderPanel::refresh);
     QObject::connect(&session, &ServerSession::databaseChanged, this, &BuilderPanel::refresh);
-    QObject::connect(&session, &ServerSession::busyChanged, this, &BuilderPanel::refreshPreview);
+    QObject::connect(&session, &ServerSession::busyChanged, this, [this] {
+        refreshPreview();
+        if (!m_pendingColumns.empty() && !m_session->busy()) {
+            // Queued: a finished job's own follow-up work goes first.
+            QMetaObject::invokeMethod(this, &BuilderPanel::loadPendingColumns, Qt::QueuedConnection);
+        }
+    });
     refresh();
 }
 
@@ -276,7 +319,7 @@ QStringList BuilderPanel::tableNames() const
     return names;
 }
 
-QStringList BuilderPanel::columnReferences() const
+std::vector<std::string> BuilderPanel::sourceTables() const
 {
     const BuilderSpec &spec = m_session->builder();
     std::vector<std::string> sources;
@@ -288,8 +331,13 @@ QStringList BuilderPanel::columnReferences() const
             sources.push_back(join.table);
         }
     }
+    return sources;
+}
+
+QStringList BuilderPanel::columnReferences() const
+{
     QStringList references;
-    for (const std::string &table : sources) {
+    for (const std::string &table : sourceTables()) {
         if (const auto columns = m_session->builderColumns().find(table);
             columns != m_session->builderColumns().end()) {
             for (const ColumnInfo &column : columns->second) {
@@ -333,7 +381,39 @@ void BuilderPanel::chooseSource(const QString &table)
         spec.database = database;
         spec.table = name;
     });
-    m_session->loadBuilderColumns(name);
+    requestColumns(name);
+}
+
+void BuilderPanel::requestColumns(const std::string &table)
+{
+    if (table.empty() || m_session->builderColumns().count(table) > 0) {
+        return;
+    }
+    if (m_session->busy()) {
+        // The session drops requests while it works; this one is made again once it is idle.
+        if (std::find(m_pendingColumns.begin(), m_pendingColumns.end(), table) == m_pendingColumns.end()) {
+            m_pendingColumns.push_back(table);
+        }
+        return;
+    }
+    m_session->loadBuilderColumns(table);
+}
+
+void BuilderPanel::loadPendingColumns()
+{
+    if (!m_session || m_session->busy()) {
+        return; // the next idle moment tries again
+    }
+    const std::vector<std::string> used = sourceTables();
+    while (!m_pendingColumns.empty()) {
+        // Each held request is made once more at most, so a failing load cannot repeat forever.
+        const std::string table = m_pendingColumns.front();
+        m_pendingColumns.erase(m_pendingColumns.begin());
+        if (std::find(used.begin(), used.end(), table) != used.end() && m_session->builderColumns().count(table) == 0) {
+            m_session->loadBuilderColumns(table);
+            return;
+        }
+    }
 }
 
 void BuilderPanel::refresh()
@@ -370,16 +450,23 @@ void BuilderPanel::rebuildForm()
     if (spec.table.empty()) {
         m_columnsLayout->addWidget(hint(QStringLiteral("Choose a source table to see its columns.")));
     }
-    for (const QString &reference : references) {
-        const std::string table = reference.section(u'.', 0, 0).toStdString();
-        const std::string name = reference.section(u'.', 1).toStdString();
+    // Walked by table and column, never by splitting "table.column": table names may hold dots.
+    std::vector<std::pair<std::string, ColumnInfo>> available;
+    for (const std::string &source : sourceTables()) {
+        if (const auto loaded = m_session->builderColumns().find(source); loaded != m_session->builderColumns().end()) {
+            for (const ColumnInfo &column : loaded->second) {
+                available.emplace_back(source, column);
+            }
+        }
+    }
+    for (const auto &entry : available) {
+        const std::string table = entry.first;
+        const std::string name = entry.second.name;
+        const bool primary = entry.second.primary;
+        const QString reference = text(table + "." + name);
         const auto selected = std::find_if(spec.columns.begin(), spec.columns.end(), [&](const BuilderColumn &column) {
             return column.table == table && column.name == name;
         });
-        bool primary = false;
-        for (const ColumnInfo &column : m_session->builderColumns().at(table)) {
-            primary = primary || (column.name == name && column.primary);
-        }
         auto *row = new QWidget;
         auto *rowLayout = new QHBoxLayout(row);
         rowLayout->setContentsMargins(0, 0, 0, 0);
@@ -451,10 +538,15 @@ void BuilderPanel::rebuildForm()
         QObject::connect(kind, &QComboBox::activated, this, [edit, kind] {
             edit([kind](BuilderJoin &target) { target.kind = kind->currentData().toString().toStdString(); });
         });
-        QObject::connect(table, &QComboBox::activated, this, [this, edit, table] {
+        QObject::connect(table, &QComboBox::activated, this, [this, id, table] {
             const std::string chosen = table->currentData().toString().toStdString();
-            edit([&chosen](BuilderJoin &target) { target.table = chosen; });
-            m_session->loadBuilderColumns(chosen);
+            change([&chosen, id](BuilderSpec &edited) {
+                if (BuilderJoin *target = findById(edited.joins, id)) {
+                    target->table = chosen;
+                    dropStaleReferences(edited);
+                }
+            });
+            requestColumns(chosen);
         });
         QObject::connect(left, &QComboBox::activated, this, [edit, left] {
             edit([left](BuilderJoin &target) { target.left = left->currentData().toString().toStdString(); });
@@ -465,6 +557,7 @@ void BuilderPanel::rebuildForm()
         QObject::connect(remove, &QPushButton::clicked, this, [this, id] {
             change([&id](BuilderSpec &edited) {
                 std::erase_if(edited.joins, [&id](const BuilderJoin &candidate) { return candidate.id == id; });
+                dropStaleReferences(edited);
             });
         });
     }

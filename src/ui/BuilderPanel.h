@@ -3,6 +3,9 @@
 #include <QPointer>
 #include <QString>
 #include <QWidget>
+#include <functional>
+#include <string>
+#include <vector>
 
 class QCheckBox;
 class QComboBox;
@@ -45,6 +48,12 @@ private:
     void refreshPreview();
     void change(const std::function<void(BuilderSpec &)> &edit);
     void chooseSource(const QString &table);
+    // Asks the session for a table's columns; a request it would drop while busy is kept and
+    // made again once the session is idle.
+    void requestColumns(const std::string &table);
+    void loadPendingColumns();
+    // The source table, then each joined table, once each.
+    std::vector<std::string> sourceTables() const;
     // Every table.column the pickers offer: the source table's columns, then each joined table's.
     QStringList columnReferences() const;
     QStringList tableNames() const;
@@ -70,6 +79,7 @@ private:
     QString m_structure;
     bool m_rebuilding = false;
     std::string m_builtSQL;
+    std::vector<std::string> m_pendingColumns;
     bool m_buildFailed = true;
 };
 

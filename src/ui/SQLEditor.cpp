@@ -294,6 +294,20 @@ void SQLEditor::focusInEvent(QFocusEvent *event)
     updateCaret();
 }
 
+bool SQLEditor::event(QEvent *event)
+{
+    // Ctrl+Return runs the selection. A window shortcut on the same keys (the main window's
+    // "Run Query") would otherwise take the key first and run the whole script.
+    if (event->type() == QEvent::ShortcutOverride) {
+        const auto *key = static_cast<QKeyEvent *>(event);
+        if (key->key() == Qt::Key_Return && key->modifiers().testFlag(Qt::ControlModifier)) {
+            event->accept();
+            return true;
+        }
+    }
+    return QPlainTextEdit::event(event);
+}
+
 void SQLEditor::flushEdits()
 {
     if (m_pendingEdit) {

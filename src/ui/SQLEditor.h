@@ -42,6 +42,7 @@ Q_SIGNALS:
     void runRequested(const std::optional<QString> &selection);
 
 protected:
+    bool event(QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
     void focusInEvent(QFocusEvent *event) override;

@@ -1,0 +1,591 @@
+#include "client/ClientThreadScope.h"
+#include "support/SessionHarness.h"
+#include "ui/BuilderPanel.h"
+#include "ui/SQLEditor.h"
+
+#include <QAbstractItemView>
+#include <QApplication>
+#include <QCheckBox>
+#include <QClipboard>
+#include <QComboBox>
+#include <QGuiApplication>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QSpinBox>
+#include <QTest>
+
+using namespace tallowick;
+using namespace tallowick::test;
+
+namespace
+{
+
+// Lets rows the form just added appear and rows it replaced go, as one turn of the event loop
+// does for a user; lookups then see only the current form.
+void settleForm()
+{
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+// Opens the picker's list, moves to the item titled `text` and confirms it with Return, as a
+// keyboard user would. False when there is no such item or the choice did not take.
+bool choose(QComboBox *box, const QString &text)
+{
+    if (!box) {
+        return false;
+    }
+    const int index = box->findText(text);
+    if (index < 0) {
+        return false;
+    }
+    box->showPopup();
+    QAbstractItemView *list = box->view();
+    list->setCurrentIndex(list->model()->index(index, box->modelColumn()));
+    QTest::keyClick(list, Qt::Key_Return);
+    const bool closed = !list->isVisible();
+    settleForm(); // may replace the row the picker was in
+    return closed;
+}
+
+// The child of `row` of type T whose tool tip (or, for check boxes, text) is `name`.
+template <typename T> T *part(QWidget *row, const QString &name)
+{
+    if (!row) {
+        return nullptr;
+    }
+    for (T *candidate : row->findChildren<T *>()) {
+        if (candidate->toolTip() == name) {
+            return candidate;
+        }
+        if constexpr (std::is_base_of_v<QAbstractButton, T>) {
+            if (candidate->text() == name) {
+                return candidate;
+            }
+        }
+    }
+    return nullptr;
+}
+
+// Scrolls the form to `target`, as a user would, then clicks it. False when there is no target.
+bool click(QWidget *target)
+{
+    if (!target) {
+        return false;
+    }
+    for (QWidget *up = target->parentWidget(); up; up = up->parentWidget()) {
+        if (auto *scroll = qobject_cast<QScrollArea *>(up)) {
+            scroll->ensureWidgetVisible(target);
+        }
+    }
+    // A stretched check box reacts to its box and label only, so aim at the box.
+    const QPoint at = qobject_cast<QCheckBox *>(target) ? QPoint(8, target->height() / 2) : target->rect().center();
+    QTest::mouseClick(target, Qt::LeftButton, {}, at);
+    settleForm();
+    return true;
+}
+
+// Column toggles read "table.column", the primary-key ones behind a key mark.
+bool names(const QCheckBox &toggle, const QString &reference)
+{
+    return toggle.text() == reference || toggle.text().endsWith(u' ' + reference);
+}
+
+QComboBox *aggregateNextTo(const QCheckBox &toggle)
+{
+    for (QComboBox *box : toggle.parentWidget()->findChildren<QComboBox *>(Qt::FindDirectChildrenOnly)) {
+        if (box->toolTip() == QStringLiteral("Aggregate")) {
+            return box;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+// The query builder driven like a user: real widgets, a real session, the disposable server.
+class TestBuilderPanel final : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void withoutADatabaseThereIsNothingToPick();
+    void choosingTheSourceTableLoadsItsColumns();
+    void joinsAddAndRemoveTheirLines();
+    void filtersQuoteTypedValuesAndKeepTheFocus();
+    void numericFilterRefusesAnythingButANumber();
+    void columnsAggregatesAndGrouping();
+    void distinctSortAndLimit();
+    void actionsHandOverExactlyThePreview();
+    void tablesChosenWhileTheSessionWorksStillGetTheirColumns();
+    void removingAJoinDropsWhatReferredToItsTable();
+    void tableNameWithADotListsItsColumns();
+    void sameTableNameInAnotherDatabaseShowsItsOwnColumns();
+
+private:
+    void chooseDatabase();
+    void chooseSource(const QString &table);
+    QString preview() const { return m_panel->preview()->sql(); }
+    QString base(const QString &clauses = QString()) const;
+    QCheckBox *columnToggle(const QString &reference) const;
+    QCheckBox *groupToggle(const QString &reference) const;
+    QComboBox *aggregateFor(const QString &reference) const;
+    QComboBox *sortPicker() const;
+
+    std::unique_ptr<SessionHarness> m_harness;
+    std::unique_ptr<ScratchDatabase> m_scratch;
+    std::unique_ptr<ServerSession> m_session;
+    std::unique_ptr<BuilderPanel> m_panel;
+    QString m_database;
+    ClientThreadScope m_clientThread;
+};
+
+void TestBuilderPanel::init()
+{
+    m_harness = std::make_unique<SessionHarness>();
+    m_scratch = std::make_unique<ScratchDatabase>(m_harness->server);
+    m_database = QString::fromStdString(m_scratch->name());
+    m_scratch->run("CREATE TABLE customers (id INT PRIMARY KEY, name VARCHAR(50))");
+    m_scratch->run("CREATE TABLE orders (id INT PRIMARY KEY, customer_id INT, total DECIMAL(10,2), note TEXT NULL)");
+    m_session = m_harness->session(m_harness->profile());
+    m_panel = std::make_unique<BuilderPanel>(*m_session);
+    m_panel->resize(1200, 900);
+    m_panel->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_panel.get()));
+    QVERIFY(connectAndSettle(*m_session));
+    QVERIFY(m_session->database().empty());
+}
+
+void TestBuilderPanel::cleanup()
+{
+    if (m_session) {
+        settle(*m_session);
+    }
+    m_panel.reset();
+    m_session.reset();
+    m_scratch.reset();
+    m_harness.reset();
+}
+
+void TestBuilderPanel::chooseDatabase()
+{
+    m_session->chooseDatabase(m_scratch->name());
+    QVERIFY(settle(*m_session));
+    QVERIFY2(!m_session->error(), m_session->error().value_or("").c_str());
+}
+
+void TestBuilderPanel::chooseSource(const QString &table)
+{
+    chooseDatabase();
+    QVERIFY(choose(m_panel->tablePicker(), table));
+    QVERIFY(settle(*m_session));
+    settleForm();
+    QVERIFY(columnToggle(table + QStringLiteral(".id")));
+}
+
+QString TestBuilderPanel::base(const QString &clauses) const
+{
+    return QStringLiteral("SELECT `orders`.*\nFROM `%1`.`orders`").arg(m_database) + clauses
+        + QStringLiteral("\nLIMIT 500;");
+}
+
+// A column toggle shares its row with the column's aggregate picker; group-by toggles stand alone.
+QCheckBox *TestBuilderPanel::columnToggle(const QString &reference) const
+{
+    for (QCheckBox *toggle : m_panel->findChildren<QCheckBox *>()) {
+        if (names(*toggle, reference) && aggregateNextTo(*toggle)) {
+            return toggle;
+        }
+    }
+    return nullptr;
+}
+
+QComboBox *TestBuilderPanel::aggregateFor(const QString &reference) const
+{
+    QCheckBox *toggle = columnToggle(reference);
+    return toggle ? aggregateNextTo(*toggle) : nullptr;
+}
+
+QCheckBox *TestBuilderPanel::groupToggle(const QString &reference) const
+{
+    for (QCheckBox *toggle : m_panel->findChildren<QCheckBox *>()) {
+        if (names(*toggle, reference) && !aggregateNextTo(*toggle)) {
+            return toggle;
+        }
+    }
+    return nullptr;
+}
+
+// The sort column picker: the one plain picker whose first choice (no sorting) carries no column.
+QComboBox *TestBuilderPanel::sortPicker() const
+{
+    for (QComboBox *box : m_panel->findChildren<QComboBox *>()) {
+        if (box != m_panel->tablePicker() && box->toolTip().isEmpty() && box->count() > 0
+            && box->itemData(0).typeId() == QMetaType::QString && box->itemData(0).toString().isEmpty()) {
+            return box;
+        }
+    }
+    return nullptr;
+}
+
+void TestBuilderPanel::withoutADatabaseThereIsNothingToPick()
+{
+    QLabel *hint = m_panel->sourceHint();
+    QCOMPARE(hint->text(), QStringLiteral("Choose a database in the sidebar first."));
+    QVERIFY(hint->isVisible());
+    QVERIFY(!m_panel->tablePicker()->isEnabled());
+    QCOMPARE(m_panel->tablePicker()->count(), 1);
+    QCOMPARE(preview(), QStringLiteral("Choose a table to build a query."));
+
+    chooseDatabase();
+    QVERIFY(!hint->isVisible());
+    QVERIFY(m_panel->tablePicker()->isEnabled());
+    QCOMPARE(m_panel->tablePicker()->count(), 3);
+    QCOMPARE(m_panel->tablePicker()->itemText(0), QStringLiteral("Choose a table…"));
+    QVERIFY(m_panel->tablePicker()->findText(QStringLiteral("customers")) > 0);
+    QVERIFY(m_panel->tablePicker()->findText(QStringLiteral("orders")) > 0);
+    // A database but no table yet: nothing to copy or open.
+    QCOMPARE(preview(), QStringLiteral("Choose a table to build a query."));
+    QVERIFY(!m_panel->copyButton()->isEnabled());
+    QVERIFY(!m_panel->openButton()->isEnabled());
+    QVERIFY(!m_panel->addJoinButton()->isEnabled());
+    QVERIFY(!m_panel->addFilterButton()->isEnabled());
+}
+
+void TestBuilderPanel::choosingTheSourceTableLoadsItsColumns()
+{
+    chooseDatabase();
+    QVERIFY(!columnToggle(QStringLiteral("orders.id")));
+    QVERIFY(choose(m_panel->tablePicker(), QStringLiteral("orders")));
+    QCOMPARE(m_session->builder().table, std::string("orders"));
+    QVERIFY(settle(*m_session));
+    settleForm();
+
+    QCOMPARE(m_panel->tablePicker()->currentText(), QStringLiteral("orders"));
+    for (const char *name : { "orders.id", "orders.customer_id", "orders.total", "orders.note" }) {
+        QCheckBox *toggle = columnToggle(QString::fromLatin1(name));
+        QVERIFY2(toggle, name);
+        QVERIFY(!toggle->isChecked());
+    }
+    // Only the primary-key column carries the key mark.
+    QVERIFY(columnToggle(QStringLiteral("orders.id"))->text() != QStringLiteral("orders.id"));
+    QCOMPARE(columnToggle(QStringLiteral("orders.total"))->text(), QStringLiteral("orders.total"));
+    QCOMPARE(preview(), base());
+    QVERIFY(m_panel->copyButton()->isEnabled());
+    QVERIFY(m_panel->openButton()->isEnabled());
+
+    // Another source table starts over with its own columns.
+    QVERIFY(choose(m_panel->tablePicker(), QStringLiteral("customers")));
+    QVERIFY(settle(*m_session));
+    settleForm();
+    QVERIFY(columnToggle(QStringLiteral("customers.name")));
+    QVERIFY(!columnToggle(QStringLiteral("orders.total")));
+    QCOMPARE(preview(), QStringLiteral("SELECT `customers`.*\nFROM `%1`.`customers`\nLIMIT 500;").arg(m_database));
+}
+
+void TestBuilderPanel::joinsAddAndRemoveTheirLines()
+{
+    chooseSource(QStringLiteral("orders"));
+    QVERIFY(m_panel->joinRows().isEmpty());
+    QVERIFY(click(m_panel->addJoinButton()));
+    QCOMPARE(m_panel->joinRows().size(), 1);
+    QCOMPARE(preview(), QStringLiteral("Complete the table and both columns for each join."));
+    QVERIFY(!m_panel->copyButton()->isEnabled());
+    QVERIFY(!m_panel->openButton()->isEnabled());
+
+    QVERIFY(
+        choose(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
+    QVERIFY(settle(*m_session));
+    settleForm();
+    // The joined table's columns are offered once they have loaded.
+    QWidget *row = m_panel->joinRows().value(0);
+    QVERIFY(part<QComboBox>(row, QStringLiteral("Right column"))->findText(QStringLiteral("customers.id")) > 0);
+    QVERIFY(columnToggle(QStringLiteral("customers.name")));
+    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Left column")), QStringLiteral("orders.customer_id")));
+    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Right column")), QStringLiteral("customers.id")));
+    const QString joined = base(
+        QStringLiteral("\nLEFT JOIN `%1`.`customers`\n  ON `orders`.`customer_id` = `customers`.`id`").arg(m_database));
+    QCOMPARE(preview(), joined);
+    QVERIFY(m_panel->copyButton()->isEnabled());
+
+    row = m_panel->joinRows().value(0);
+    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Type")), QStringLiteral("INNER JOIN")));
+    QCOMPARE(preview(), QString(joined).replace(QStringLiteral("LEFT JOIN"), QStringLiteral("INNER JOIN")));
+
+    QVERIFY(click(part<QPushButton>(m_panel->joinRows().value(0), QStringLiteral("Remove join"))));
+    QVERIFY(m_panel->joinRows().isEmpty());
+    QVERIFY(m_session->builder().joins.empty());
+    QCOMPARE(preview(), base());
+}
+
+void TestBuilderPanel::filtersQuoteTypedValuesAndKeepTheFocus()
+{
+    chooseSource(QStringLiteral("orders"));
+    QVERIFY(click(m_panel->addFilterButton()));
+    QCOMPARE(m_panel->filterRows().size(), 1);
+    QWidget *row = m_panel->filterRows().value(0);
+    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Column")), QStringLiteral("orders.note")));
+    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Operator")), QStringLiteral("LIKE")));
+    auto *value = row->findChild<QLineEdit *>();
+    QVERIFY(value);
+    QCOMPARE(value->placeholderText(), QStringLiteral("Value (use % with LIKE)"));
+    const QPointer<QLineEdit> typedInto = value;
+    m_panel->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_panel.get()));
+    QVERIFY(click(value));
+    QVERIFY(value->hasFocus());
+    QTest::keyClicks(value, QStringLiteral("A%"));
+    settleForm();
+    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%'")));
+    // Every keystroke refreshed the preview, yet the same field still has the caret.
+    QVERIFY(typedInto);
+    QVERIFY(typedInto->hasFocus());
+    QCOMPARE(QApplication::focusWidget(), typedInto.data());
+    QCOMPARE(typedInto->text(), QStringLiteral("A%"));
+    QTest::keyClicks(typedInto, QStringLiteral("cme"));
+    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%cme'")));
+
+    // A second filter, matched with OR.
+    QVERIFY(click(m_panel->addFilterButton()));
+    QCOMPARE(m_panel->filterRows().size(), 2);
+    QWidget *second = m_panel->filterRows().value(1);
+    QVERIFY(choose(part<QComboBox>(second, QStringLiteral("Operator")), QStringLiteral("IS NULL")));
+    QComboBox *match = nullptr;
+    for (QComboBox *box : m_panel->findChildren<QComboBox *>()) {
+        if (box->findText(QStringLiteral("Match any")) >= 0) {
+            match = box;
+        }
+    }
+    QVERIFY(choose(match, QStringLiteral("Match any")));
+    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%cme'\n  OR `orders`.`id` IS NULL")));
+
+    // Removing the filters one by one; the last one takes the WHERE clause with it.
+    QVERIFY(click(part<QPushButton>(m_panel->filterRows().value(0), QStringLiteral("Remove filter"))));
+    QCOMPARE(m_panel->filterRows().size(), 1);
+    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`id` IS NULL")));
+    QVERIFY(click(part<QPushButton>(m_panel->filterRows().value(0), QStringLiteral("Remove filter"))));
+    QVERIFY(m_panel->filterRows().isEmpty());
+    QCOMPARE(preview(), base());
+}
+
+void TestBuilderPanel::numericFilterRefusesAnythingButANumber()
+{
+    chooseSource(QStringLiteral("orders"));
+    QVERIFY(click(m_panel->addFilterButton()));
+    QWidget *row = m_panel->filterRows().value(0);
+    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Column")), QStringLiteral("orders.total")));
+    QVERIFY(click(part<QCheckBox>(row, QStringLiteral("Number"))));
+    QVERIFY(m_session->builder().filters.at(0).numeric);
+    auto *value = row->findChild<QLineEdit *>();
+    QTest::keyClicks(value, QStringLiteral("0 OR 1=1"));
+    QCOMPARE(preview(), QStringLiteral("Enter a valid number for orders.total."));
+    QVERIFY(!m_panel->copyButton()->isEnabled());
+    QVERIFY(!m_panel->openButton()->isEnabled());
+
+    value->selectAll();
+    QTest::keyClicks(value, QStringLiteral("12.5"));
+    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`total` = 12.5")));
+    QVERIFY(m_panel->copyButton()->isEnabled());
+
+    // Unticking Number quotes the same text instead.
+    QVERIFY(click(part<QCheckBox>(row, QStringLiteral("Number"))));
+    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`total` = '12.5'")));
+}
+
+void TestBuilderPanel::columnsAggregatesAndGrouping()
+{
+    chooseSource(QStringLiteral("orders"));
+    QVERIFY(click(columnToggle(QStringLiteral("orders.customer_id"))));
+    QCOMPARE(
+        preview(), QStringLiteral("SELECT `orders`.`customer_id`\nFROM `%1`.`orders`\nLIMIT 500;").arg(m_database));
+
+    // Choosing an aggregate selects the column too.
+    QVERIFY(!columnToggle(QStringLiteral("orders.total"))->isChecked());
+    QVERIFY(choose(aggregateFor(QStringLiteral("orders.total")), QStringLiteral("SUM")));
+    QVERIFY(columnToggle(QStringLiteral("orders.total"))->isChecked());
+    QVERIFY(groupToggle(QStringLiteral("orders.customer_id")));
+    QVERIFY(click(groupToggle(QStringLiteral("orders.customer_id"))));
+    QCOMPARE(preview(),
+        QStringLiteral("SELECT `orders`.`customer_id`,\n       SUM(`orders`.`total`)\nFROM `%1`.`orders`\n"
+                       "GROUP BY `orders`.`customer_id`\nLIMIT 500;")
+            .arg(m_database));
+
+    // Columns keep the listed order whatever order they were ticked in.
+    QVERIFY(click(columnToggle(QStringLiteral("orders.id"))));
+    QVERIFY(preview().startsWith(
+        QStringLiteral("SELECT `orders`.`id`,\n       `orders`.`customer_id`,\n       SUM(`orders`.`total`)\n")));
+
+    // Unticking drops the column and its aggregate; "No aggregate" turns it back into a plain column.
+    QVERIFY(click(columnToggle(QStringLiteral("orders.id"))));
+    QVERIFY(choose(aggregateFor(QStringLiteral("orders.total")), QStringLiteral("No aggregate")));
+    QVERIFY(preview().startsWith(QStringLiteral("SELECT `orders`.`customer_id`,\n       `orders`.`total`\n")));
+    QVERIFY(click(columnToggle(QStringLiteral("orders.total"))));
+    QVERIFY(click(columnToggle(QStringLiteral("orders.customer_id"))));
+    QVERIFY(click(groupToggle(QStringLiteral("orders.customer_id"))));
+    QCOMPARE(preview(), base());
+}
+
+void TestBuilderPanel::distinctSortAndLimit()
+{
+    chooseSource(QStringLiteral("orders"));
+    QCheckBox *distinct = part<QCheckBox>(m_panel.get(), QStringLiteral("Distinct rows"));
+    QVERIFY(distinct);
+    QVERIFY(click(distinct));
+    QVERIFY(preview().startsWith(QStringLiteral("SELECT DISTINCT `orders`.*\n")));
+
+    QComboBox *sort = sortPicker();
+    QComboBox *direction = nullptr;
+    for (QComboBox *box : m_panel->findChildren<QComboBox *>()) {
+        if (box->findText(QStringLiteral("Descending")) >= 0) {
+            direction = box;
+        }
+    }
+    QVERIFY(sort && direction);
+    QVERIFY(choose(sort, QStringLiteral("orders.id")));
+    QVERIFY(preview().endsWith(QStringLiteral("\nORDER BY `orders`.`id` ASC\nLIMIT 500;")));
+    QVERIFY(choose(direction, QStringLiteral("Descending")));
+    QVERIFY(preview().endsWith(QStringLiteral("\nORDER BY `orders`.`id` DESC\nLIMIT 500;")));
+
+    auto *limit = m_panel->findChild<QSpinBox *>();
+    QVERIFY(limit);
+    QCOMPARE(limit->value(), 500);
+    limit->setFocus();
+    limit->selectAll();
+    QTest::keyClicks(limit, QStringLiteral("25"));
+    QVERIFY(preview().endsWith(QStringLiteral("\nLIMIT 25;")));
+    limit->selectAll();
+    QTest::keyClicks(limit, QStringLiteral("0"));
+    QCOMPARE(preview(), QStringLiteral("The row limit must be between 1 and 100,000."));
+    QVERIFY(!m_panel->openButton()->isEnabled());
+
+    // The empty sort choice takes ORDER BY away again.
+    QVERIFY(choose(sort, sort->itemText(0)));
+    limit->selectAll();
+    QTest::keyClicks(limit, QStringLiteral("10"));
+    QCOMPARE(preview(), QStringLiteral("SELECT DISTINCT `orders`.*\nFROM `%1`.`orders`\nLIMIT 10;").arg(m_database));
+}
+
+void TestBuilderPanel::actionsHandOverExactlyThePreview()
+{
+    chooseSource(QStringLiteral("orders"));
+    QVERIFY(click(m_panel->addFilterButton()));
+    QTest::keyClicks(m_panel->filterRows().value(0)->findChild<QLineEdit *>(), QStringLiteral("7"));
+    const QString shown = preview();
+    QCOMPARE(shown, base(QStringLiteral("\nWHERE `orders`.`id` = '7'")));
+
+    QGuiApplication::clipboard()->setText(QStringLiteral("something else"));
+    QVERIFY(click(m_panel->copyButton()));
+    QCOMPARE(QGuiApplication::clipboard()->text(), shown);
+
+    m_session->setMode(WorkspaceMode::builder);
+    const std::size_t before = m_session->tabs().size();
+    QVERIFY(click(m_panel->openButton()));
+    QCOMPARE(m_session->tabs().size(), before + 1);
+    QCOMPARE(m_session->activeTab(), m_session->tabs().back().id);
+    QCOMPARE(QString::fromStdString(m_session->tabs().back().sql), shown);
+    QCOMPARE(m_session->mode(), WorkspaceMode::query);
+    // The builder keeps its query for the next visit.
+    QCOMPARE(preview(), shown);
+}
+
+void TestBuilderPanel::tablesChosenWhileTheSessionWorksStillGetTheirColumns()
+{
+    chooseDatabase();
+    // A long statement from the query tab is still running when the user picks a table here.
+    m_session->run("SELECT SLEEP(1)");
+    QVERIFY(m_session->busy());
+    QVERIFY(choose(m_panel->tablePicker(), QStringLiteral("orders")));
+    QCOMPARE(preview(), base());
+    QVERIFY(settle(*m_session));
+    QVERIFY(QTest::qWaitFor([this] { return m_session->builderColumns().count("orders") == 1; }));
+    QVERIFY(settle(*m_session));
+    settleForm();
+    QVERIFY(columnToggle(QStringLiteral("orders.total")));
+
+    // The same for a joined table.
+    QVERIFY(click(m_panel->addJoinButton()));
+    m_session->run("SELECT SLEEP(1)");
+    QVERIFY(m_session->busy());
+    QVERIFY(
+        choose(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
+    QVERIFY(settle(*m_session));
+    QVERIFY(QTest::qWaitFor([this] { return m_session->builderColumns().count("customers") == 1; }));
+    QVERIFY(settle(*m_session));
+    settleForm();
+    QVERIFY(columnToggle(QStringLiteral("customers.name")));
+    QVERIFY(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Right column"))
+                ->findText(QStringLiteral("customers.id"))
+        > 0);
+}
+
+void TestBuilderPanel::removingAJoinDropsWhatReferredToItsTable()
+{
+    chooseSource(QStringLiteral("orders"));
+    QVERIFY(click(m_panel->addJoinButton()));
+    QVERIFY(
+        choose(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
+    QVERIFY(settle(*m_session));
+    settleForm();
+    QWidget *row = m_panel->joinRows().value(0);
+    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Left column")), QStringLiteral("orders.customer_id")));
+    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Right column")), QStringLiteral("customers.id")));
+    // The joined table's column is selected, grouped, filtered and sorted on.
+    QVERIFY(click(columnToggle(QStringLiteral("orders.id"))));
+    QVERIFY(click(columnToggle(QStringLiteral("customers.name"))));
+    QVERIFY(click(groupToggle(QStringLiteral("customers.name"))));
+    QVERIFY(click(m_panel->addFilterButton()));
+    QVERIFY(choose(
+        part<QComboBox>(m_panel->filterRows().value(0), QStringLiteral("Column")), QStringLiteral("customers.name")));
+    QComboBox *sort = sortPicker();
+    QVERIFY(sort);
+    QVERIFY(choose(sort, QStringLiteral("customers.name")));
+    QVERIFY(preview().contains(QStringLiteral("`customers`.`name`\n")));
+
+    // Without the join, nothing may point at its table: the form has no control left to remove
+    // such a reference, and the statement would fail on the server.
+    QVERIFY(click(part<QPushButton>(m_panel->joinRows().value(0), QStringLiteral("Remove join"))));
+    QVERIFY(m_panel->joinRows().isEmpty());
+    QVERIFY2(!preview().contains(QStringLiteral("customers")), qPrintable(preview()));
+    QCOMPARE(preview(), QStringLiteral("SELECT `orders`.`id`\nFROM `%1`.`orders`\nLIMIT 500;").arg(m_database));
+    QCOMPARE(sort->currentIndex(), 0);
+    QVERIFY(m_panel->filterRows().isEmpty());
+}
+
+void TestBuilderPanel::tableNameWithADotListsItsColumns()
+{
+    m_scratch->run("CREATE TABLE `order.lines` (id INT PRIMARY KEY, qty INT)");
+    chooseDatabase();
+    QVERIFY(choose(m_panel->tablePicker(), QStringLiteral("order.lines")));
+    QVERIFY(settle(*m_session));
+    settleForm();
+    QVERIFY(columnToggle(QStringLiteral("order.lines.qty")));
+    QCOMPARE(preview(), QStringLiteral("SELECT `order.lines`.*\nFROM `%1`.`order.lines`\nLIMIT 500;").arg(m_database));
+    QVERIFY(click(columnToggle(QStringLiteral("order.lines.qty"))));
+    QCOMPARE(
+        preview(), QStringLiteral("SELECT `order.lines`.`qty`\nFROM `%1`.`order.lines`\nLIMIT 500;").arg(m_database));
+}
+
+void TestBuilderPanel::sameTableNameInAnotherDatabaseShowsItsOwnColumns()
+{
+    ScratchDatabase other(m_harness->server);
+    other.run("CREATE TABLE orders (id INT PRIMARY KEY, placed_at DATE)");
+    chooseSource(QStringLiteral("orders"));
+    QVERIFY(columnToggle(QStringLiteral("orders.total")));
+
+    m_session->chooseDatabase(other.name());
+    QVERIFY(settle(*m_session));
+    QVERIFY(choose(m_panel->tablePicker(), QStringLiteral("orders")));
+    QVERIFY(settle(*m_session));
+    settleForm();
+    QVERIFY(columnToggle(QStringLiteral("orders.placed_at")));
+    QVERIFY(!columnToggle(QStringLiteral("orders.total")));
+}
+
+QTEST_MAIN(TestBuilderPanel)
+#include "TestBuilderPanel.moc"
