@@ -101,7 +101,7 @@ int main(int argc, char *argv[])
 
     std::vector<double> bareTimes;
     std::vector<double> sessionTimes;
-    for (int round = 0; round < 25; ++round) {
+    for (int round = 0; round < 81; ++round) {
         auto start = std::chrono::steady_clock::now();
         const QueryResult direct = bare.query(sql);
         bareTimes.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
@@ -121,6 +121,12 @@ int main(int argc, char *argv[])
     std::printf("session run():  %.2f ms (median of %zu), result stored in the tab\n",
         sessionMedian * 1000,
         sessionTimes.size());
-    std::printf("session layer overhead: %+.1f%%\n", (sessionMedian / bareMedian - 1) * 100);
+    const double bareBest = *std::min_element(bareTimes.begin(), bareTimes.end());
+    const double sessionBest = *std::min_element(sessionTimes.begin(), sessionTimes.end());
+    std::printf("session layer overhead: %+.1f%% on the medians, %+.1f%% on the fastest runs (%.2f vs %.2f ms)\n",
+        (sessionMedian / bareMedian - 1) * 100,
+        (sessionBest / bareBest - 1) * 100,
+        sessionBest * 1000,
+        bareBest * 1000);
     return 0;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/Field.h"
+#include "core/RowList.h"
 
 #include <QUuid>
 #include <cstdint>
@@ -11,15 +12,11 @@
 namespace tallowick
 {
 
-// One cell: no value means SQL NULL, which is never the same as an empty string.
-using Cell = std::optional<std::string>;
-using Row = std::vector<Cell>;
-
 // The outcome of one statement. Every row has exactly one cell per field, in field order.
 struct QueryResult {
     QUuid id = QUuid::createUuid();
     std::vector<Field> fields;
-    std::vector<Row> rows;
+    RowList rows;
     std::uint64_t affected = 0; // rows changed by a write; 0 for a statement that returns rows
     double elapsed = 0; // seconds
     bool truncated = false; // more rows existed than were kept

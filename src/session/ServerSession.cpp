@@ -121,7 +121,9 @@ void ServerSession::enqueue(const std::string &title, Job job)
                 throw AppError("The connection has closed.");
             }
             Completion completion = job(*lane->client);
-            postToMainThread(guard, [completion](ServerSession &session) { session.finishJob(completion); });
+            // Moved, not copied: a completion carries the whole result.
+            postToMainThread(
+                guard, [completion = std::move(completion)](ServerSession &session) { session.finishJob(completion); });
         } catch (const std::exception &failure) {
             postToMainThread(guard, [title, message = std::string(failure.what())](ServerSession &session) {
                 session.failJob(title, message);

@@ -218,7 +218,7 @@ private:
         std::uint64_t connectionID,
         const QueryResult &databases);
     void connectionFailed(const std::string &message);
-    void storeRunResults(const QUuid &tab, const std::string &text, const std::vector<QueryResult> &results);
+    void storeRunResults(const QUuid &tab, const std::string &text, std::vector<QueryResult> results);
     QueryTab *findTab(const QUuid &id);
 
     template <typename T> void assign(T &field, const T &value, void (ServerSession::*notify)());
@@ -280,7 +280,7 @@ void ServerSession::perform(
 {
     enqueue(title, [task = std::move(task), done = std::move(done)](MySQLConnection &client) -> Completion {
         // The value travels to the main thread by copy; nothing of the lane is shared with it.
-        return [done, value = task(client)](ServerSession &session) { done(session, value); };
+        return [done, value = task(client)](ServerSession &session) mutable { done(session, std::move(value)); };
     });
 }
 

@@ -114,28 +114,30 @@ void ServerSession::run(const std::optional<std::string> &sql)
             }
             return results;
         },
-        [targetId, text](ServerSession &session, const std::vector<QueryResult> &results) {
-            session.storeRunResults(targetId, text, results);
+        [targetId, text](ServerSession &session, std::vector<QueryResult> results) {
+            session.storeRunResults(targetId, text, std::move(results));
         });
 }
 
-void ServerSession::storeRunResults(
-    const QUuid &tabId, const std::string &text, const std::vector<QueryResult> &results)
+void ServerSession::storeRunResults(const QUuid &tabId, const std::string &text, std::vector<QueryResult> results)
 {
     QueryTab *tab = findTab(tabId);
     if (!tab) {
         return; // closed while it ran: nothing is shown and nothing is recorded
     }
-    changeTabs([tab, &results](QueryTabs &) {
-        tab->results = results;
-        tab->result = results.empty() ? std::nullopt : std::optional<QueryResult>(results.back());
-        tab->resultIndex = std::max<std::int64_t>(static_cast<std::int64_t>(results.size()) - 1, 0);
-    });
     double total = 0;
     for (const QueryResult &result : results) {
         total += result.elapsed;
     }
-    setStatus((results.empty() ? std::string("Complete") : results.back().message) + " · " + formatSeconds(total));
+    const std::string summary = results.empty() ? std::string("Complete") : results.back().message;
+    const auto lastRows = results.empty() ? std::int64_t(0) : static_cast<std::int64_t>(results.back().rows.size());
+    changeTabs([tab, &results](QueryTabs &) {
+        // The shown result is one copy; the list itself is moved in, as results can be large.
+        tab->result = results.empty() ? std::nullopt : std::optional<QueryResult>(results.back());
+        tab->resultIndex = std::max<std::int64_t>(static_cast<std::int64_t>(results.size()) - 1, 0);
+        tab->results = std::move(results);
+    });
+    setStatus(summary + " · " + formatSeconds(total));
     if (!mayHoldCredentials(text)) {
         QueryLog entry;
         entry.date = QDateTime::currentDateTimeUtc();
@@ -143,7 +145,7 @@ void ServerSession::storeRunResults(
         entry.database = m_database;
         entry.sql = text;
         entry.elapsed = total;
-        entry.rows = results.empty() ? 0 : static_cast<std::int64_t>(results.back().rows.size());
+        entry.rows = lastRows;
         Q_EMIT historyEntryCreated(entry);
     }
     setMode(WorkspaceMode::query);

@@ -24,7 +24,7 @@ QVariant text(const char *value)
     return QVariant(QByteArray(value));
 }
 
-Grid grid(const std::vector<Row> &rows)
+template <typename Rows> Grid grid(const Rows &rows)
 {
     Grid result;
     for (const Row &row : rows) {

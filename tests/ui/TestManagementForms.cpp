@@ -417,7 +417,7 @@ void TestManagementForms::createdUserCanLogIn()
     QVERIFY(QString::fromStdString(question.detail).endsWith(QStringLiteral(", initially without privileges.")));
 
     // The reload lists the account.
-    const std::vector<Row> &listed = m_session->metadata().rows;
+    const RowList &listed = m_session->metadata().rows;
     QVERIFY(std::any_of(listed.begin(), listed.end(), [&](const Row &row) { return !row.empty() && row[0] == user; }));
 
     ConnectionProfile login = m_harness->server.profile();

@@ -550,8 +550,8 @@ void TestNativeGrid::differentColumnsRestoreDefaultLayout()
 
     QueryResult wider = sampleResult();
     wider.fields.push_back(tableColumn("extra"));
-    for (Row &row : wider.rows) {
-        row.push_back("e");
+    for (std::size_t row = 0; row < wider.rows.size(); ++row) {
+        wider.rows[row].push_back("e");
     }
     header->resizeSection(emailField, 250);
     fixture.moveToFront(totalField);
