@@ -6,6 +6,7 @@
 //   tallowick_client_bench export <database> <path>  the schema-and-data export
 //
 // The account comes from TALLOWICK_TEST_USER / TALLOWICK_TEST_PASSWORD / TALLOWICK_TEST_PORT.
+#include "bench/BenchServer.h"
 #include "client/ClientThreadScope.h"
 #include "client/MySQLConnection.h"
 #include "core/SqlQuoting.h"
@@ -22,27 +23,9 @@ using namespace tallowick;
 namespace
 {
 
-std::string environment(const char *name)
-{
-    const char *value = std::getenv(name);
-    return value ? value : "";
-}
-
-std::unique_ptr<MySQLConnection> connectToTestServer()
-{
-    ConnectionProfile profile;
-    profile.name = "Benchmark";
-    profile.host = "127.0.0.1";
-    profile.port = std::stoll(environment("TALLOWICK_TEST_PORT"));
-    profile.user = environment("TALLOWICK_TEST_USER");
-    auto connection = std::make_unique<MySQLConnection>(profile);
-    connection->connect(environment("TALLOWICK_TEST_PASSWORD"));
-    return connection;
-}
-
 void setUp(const std::string &database, long rows)
 {
-    const auto connection = connectToTestServer();
+    const auto connection = bench::connectToTestServer();
     connection->query("DROP DATABASE IF EXISTS " + SQL::identifier(database));
     connection->query("CREATE DATABASE " + SQL::identifier(database) + " CHARACTER SET utf8mb4");
     connection->use(database);
@@ -67,10 +50,10 @@ int main(int argc, char *argv[])
             setUp(argv[2], std::stol(argv[3]));
         } else if (mode == "drain" && argc == 3) {
             const QueryResult result
-                = connectToTestServer()->query("SELECT * FROM " + SQL::qualified(argv[2], "bench"));
+                = bench::connectToTestServer()->query("SELECT * FROM " + SQL::qualified(argv[2], "bench"));
             rows = result.rows.size();
         } else if (mode == "export" && argc == 4) {
-            connectToTestServer()->backup(argv[2], argv[3], [](const std::string &) {});
+            bench::connectToTestServer()->backup(argv[2], argv[3], [](const std::string &) {});
         } else {
             std::cerr << "usage: tallowick_client_bench setup DB ROWS | drain DB | export DB PATH\n";
             return 2;

@@ -9,6 +9,7 @@
 //   tallowick_csv_import_bench import <database> <csv>   import the file into <database>.csv_app
 //
 // The account comes from TALLOWICK_TEST_USER / TALLOWICK_TEST_PASSWORD / TALLOWICK_TEST_PORT.
+#include "bench/BenchServer.h"
 #include "client/ClientThreadScope.h"
 #include "client/MySQLConnection.h"
 #include "core/Csv.h"
@@ -28,24 +29,6 @@ using namespace tallowick;
 
 namespace
 {
-
-std::string environment(const char *name)
-{
-    const char *value = std::getenv(name);
-    return value ? value : "";
-}
-
-std::unique_ptr<MySQLConnection> connectToTestServer()
-{
-    ConnectionProfile profile;
-    profile.name = "Benchmark";
-    profile.host = "127.0.0.1";
-    profile.port = std::stoll(environment("TALLOWICK_TEST_PORT"));
-    profile.user = environment("TALLOWICK_TEST_USER");
-    auto connection = std::make_unique<MySQLConnection>(profile);
-    connection->connect(environment("TALLOWICK_TEST_PASSWORD"));
-    return connection;
-}
 
 const char *const tableColumns
     = "(id INT PRIMARY KEY, name VARCHAR(100) NOT NULL, notes TEXT NULL, "
@@ -120,7 +103,7 @@ void writeFiles(const std::string &database, long rows, const std::string &csvPa
 
 void setUp(const std::string &database)
 {
-    const auto connection = connectToTestServer();
+    const auto connection = bench::connectToTestServer();
     connection->query("DROP DATABASE IF EXISTS " + SQL::identifier(database));
     connection->query("CREATE DATABASE " + SQL::identifier(database) + " CHARACTER SET utf8mb4");
     for (const char *table : { "csv_app", "csv_cli" }) {
@@ -132,7 +115,7 @@ std::size_t import(const std::string &database, const std::string &csvPath)
 {
     std::ifstream file(csvPath, std::ios::binary);
     const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    const auto connection = connectToTestServer();
+    const auto connection = bench::connectToTestServer();
     const CsvImportPlan plan = planCsvImport(bytes, connection->columns(database, "csv_app"), true);
     return runCsvImport(*connection, database, "csv_app", plan, {});
 }

@@ -5,6 +5,7 @@
 //   tallowick_session_bench <database>   (the table <database>.bench, made by tallowick_client_bench)
 //
 // The account comes from TALLOWICK_TEST_USER / TALLOWICK_TEST_PASSWORD / TALLOWICK_TEST_PORT.
+#include "bench/BenchServer.h"
 #include "client/ClientThreadScope.h"
 #include "client/MySQLConnection.h"
 #include "core/SqlQuoting.h"
@@ -29,11 +30,7 @@ namespace
 class EnvironmentPassword final : public SecretStore
 {
 public:
-    SecretOutcome read(const std::string &) override
-    {
-        const char *password = std::getenv("TALLOWICK_TEST_PASSWORD");
-        return SecretOutcome::found(password ? password : "");
-    }
+    SecretOutcome read(const std::string &) override { return SecretOutcome::found(bench::testServerPassword()); }
     SecretOutcome write(const std::string &, const std::string &) override { return SecretOutcome::found({}); }
     SecretOutcome remove(const std::string &) override { return SecretOutcome::found({}); }
 };
@@ -78,11 +75,7 @@ int main(int argc, char *argv[])
         return 2;
     }
     const ClientThreadScope scope;
-    ConnectionProfile profile;
-    profile.name = "Benchmark";
-    profile.host = "127.0.0.1";
-    profile.port = std::stoll(std::getenv("TALLOWICK_TEST_PORT"));
-    profile.user = std::getenv("TALLOWICK_TEST_USER");
+    const ConnectionProfile profile = bench::testServerProfile();
     const std::string sql = "SELECT * FROM " + SQL::qualified(argv[1], "bench") + " LIMIT 10000";
 
     EnvironmentPassword store;
@@ -93,7 +86,7 @@ int main(int argc, char *argv[])
     session.connect();
     waitUntilIdle(session);
     MySQLConnection bare(profile);
-    bare.connect(std::getenv("TALLOWICK_TEST_PASSWORD"));
+    bare.connect(bench::testServerPassword());
     if (!session.connected()) {
         std::cerr << session.error().value_or("the session did not connect") << '\n';
         return 1;
