@@ -6,6 +6,7 @@
 #include "session/MainThread.h"
 #include "session/ServerSession.h"
 #include "session/UserPrompts.h"
+#include "ui/FormJob.h"
 
 #include <QCheckBox>
 #include <QFile>
@@ -123,9 +124,9 @@ CsvImportForm::CsvImportForm(ServerSession &session, UserPrompts &prompts, QWidg
     });
     QObject::connect(m_cancel, &QPushButton::clicked, this, &CsvImportForm::reject);
     QObject::connect(m_import, &QPushButton::clicked, this, &CsvImportForm::apply);
-    QObject::connect(&session, &ServerSession::busyChanged, this, &CsvImportForm::sessionStateChanged);
-    // A failed job goes idle first and reports its error next, so both are watched.
-    QObject::connect(&session, &ServerSession::errorChanged, this, &CsvImportForm::sessionStateChanged);
+    m_job = new FormJob(
+        session, [this](const QString &message) { setErrorText(message); }, this);
+    QObject::connect(m_job, &FormJob::stateChanged, this, &CsvImportForm::updateButtons);
 
     if (m_readOnly) {
         setErrorText(QString::fromUtf8(readOnlyMessage));
@@ -267,7 +268,7 @@ void CsvImportForm::apply()
         }
         return;
     }
-    if (!m_session || m_session->busy() || m_importing) {
+    if (!m_session || m_session->busy() || m_job->running()) {
         return;
     }
 
@@ -288,36 +289,20 @@ void CsvImportForm::apply()
                   target.reportProgress("Imported " + rowsText(imported) + " into " + where.table);
               }
               if (form) {
-                  form->m_importing = false;
+                  form->m_job->finished();
                   form->accept();
               }
           };
     setErrorText({});
-    m_importing = true;
-    m_session->perform<std::size_t>(std::string(importingCsvStatus), std::move(task), std::move(done));
-    if (!m_session->busy()) {
-        m_importing = false;
-        if (m_session->error()) {
-            setErrorText(QString::fromStdString(*m_session->error()));
-        }
-    }
-    updateButtons();
-}
-
-void CsvImportForm::sessionStateChanged()
-{
-    // As with the other forms: success closes the form from the job's completion, a failure
-    // (the whole import rolled back) is repeated here and the form stays open.
-    if (m_importing && m_session && !m_session->busy() && m_session->error()) {
-        m_importing = false;
-        setErrorText(QString::fromStdString(*m_session->error()));
-    }
-    updateButtons();
+    // A failure rolls the whole import back; its message stays next to the fields.
+    m_job->start([this, &task, &done] {
+        m_session->perform<std::size_t>(std::string(importingCsvStatus), std::move(task), std::move(done));
+    });
 }
 
 void CsvImportForm::updateButtons()
 {
-    const bool idle = m_session && !m_session->busy() && !m_importing;
+    const bool idle = m_session && !m_session->busy() && !m_job->running();
     m_choose->setEnabled(!m_readOnly && idle);
     m_nullMarker->setEnabled(!m_readOnly && idle);
     m_import->setEnabled(!m_readOnly && idle && m_plan != nullptr);

@@ -16,6 +16,8 @@ class QTableWidget;
 namespace tallowick
 {
 
+class FormJob;
+
 class ServerSession;
 class UserPrompts;
 
@@ -47,7 +49,6 @@ private:
     bool plan();
     void showPlan();
     void setErrorText(const QString &text);
-    void sessionStateChanged();
     void updateButtons();
 
     QPointer<ServerSession> m_session;
@@ -56,7 +57,7 @@ private:
     const bool m_readOnly;
     std::string m_bytes; // the loaded file, kept so the NULL toggle can plan it again
     std::shared_ptr<const CsvImportPlan> m_plan; // shared with the running import
-    bool m_importing = false;
+    FormJob *m_job = nullptr;
 
     QLabel *m_fileName;
     QPushButton *m_choose;

@@ -7,6 +7,7 @@
 #include "session/ServerSession.h"
 #include "session/UserPrompts.h"
 #include "ui/ColumnDraftEditor.h"
+#include "ui/FormJob.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -153,9 +154,9 @@ ManagementForm::ManagementForm(ServerSession &session,
 
     QObject::connect(m_cancel, &QPushButton::clicked, this, &ManagementForm::reject);
     QObject::connect(m_apply, &QPushButton::clicked, this, &ManagementForm::apply);
-    QObject::connect(&session, &ServerSession::busyChanged, this, &ManagementForm::sessionStateChanged);
-    // A failed job goes idle first and reports its error next, so both are watched.
-    QObject::connect(&session, &ServerSession::errorChanged, this, &ManagementForm::sessionStateChanged);
+    m_job = new FormJob(
+        session, [this](const QString &message) { setErrorText(message); }, this);
+    QObject::connect(m_job, &FormJob::stateChanged, this, &ManagementForm::updateApplyButton);
     refresh();
     updateApplyButton();
 }
@@ -385,7 +386,7 @@ void ManagementForm::setErrorText(const QString &message)
 
 void ManagementForm::apply()
 {
-    if (!m_session || m_session->busy() || m_applying) {
+    if (!m_session || m_session->busy() || m_job->running()) {
         return;
     }
     const ManagementDraft current = draft();
@@ -423,37 +424,19 @@ void ManagementForm::apply()
         = [form, reload = reloadAfter(m_kind), where = m_context](ServerSession &session) {
               reloadTouched(session, reload, where);
               if (form) {
-                  form->m_applying = false;
+                  form->m_job->finished();
                   form->accept();
               }
           };
     setErrorText({});
-    m_applying = true;
-    m_session->perform(std::string(applyingChangeStatus), std::move(task), std::move(done));
-    if (!m_session->busy()) {
-        // Refused before it started (a closed connection); the session says why.
-        m_applying = false;
-        if (m_session->error()) {
-            setErrorText(QString::fromStdString(*m_session->error()));
-        }
-    }
-    updateApplyButton();
-}
-
-void ManagementForm::sessionStateChanged()
-{
-    // A successful job runs its completion right after going idle and closes the form; a failed
-    // one leaves its message in the session's error, which the form repeats next to the fields.
-    if (m_applying && m_session && !m_session->busy() && m_session->error()) {
-        m_applying = false;
-        setErrorText(QString::fromStdString(*m_session->error()));
-    }
-    updateApplyButton();
+    m_job->start([this, &task, &done] {
+        m_session->perform(std::string(applyingChangeStatus), std::move(task), std::move(done));
+    });
 }
 
 void ManagementForm::updateApplyButton()
 {
-    m_apply->setEnabled(m_session && !m_session->busy() && !m_applying);
+    m_apply->setEnabled(m_session && !m_session->busy() && !m_job->running());
 }
 
 } // namespace tallowick

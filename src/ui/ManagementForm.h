@@ -21,6 +21,8 @@ class QVBoxLayout;
 namespace tallowick
 {
 
+class FormJob;
+
 class ColumnDraftEditor;
 class ServerSession;
 class UserPrompts;
@@ -67,7 +69,6 @@ private:
     // Refuses a form whose target the session had not chosen when it opened.
     void requireTarget() const;
     void setErrorText(const QString &text);
-    void sessionStateChanged();
     void updateApplyButton();
 
     QPointer<ServerSession> m_session;
@@ -75,7 +76,7 @@ private:
     const ManagementSheet m_kind;
     const std::optional<ColumnInfo> m_column;
     const ManagementContext m_context;
-    bool m_applying = false;
+    FormJob *m_job = nullptr;
 
     QLineEdit *m_name = nullptr;
     QComboBox *m_charset = nullptr;
