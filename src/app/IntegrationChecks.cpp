@@ -70,7 +70,11 @@ public:
             setUp();
             runChecks(checks(), out);
         } catch (...) {
-            cleanUp("DROP DATABASE IF EXISTS ");
+            try {
+                cleanUp("DROP DATABASE IF EXISTS ");
+            } catch (const AppError &) {
+                // The server that failed the check may be gone; its FAIL line matters more.
+            }
             throw;
         }
         cleanUp("DROP DATABASE ");

@@ -168,6 +168,10 @@ void AppStore::finishSave(
         done(keyringError);
         return;
     }
+    if (m_removed.count(profile.id) > 0) {
+        done(std::nullopt);
+        return;
+    }
     const auto existing = std::find_if(
         m_profiles.begin(), m_profiles.end(), [&profile](const ConnectionProfile &p) { return p.id == profile.id; });
     if (existing != m_profiles.end()) {
@@ -193,8 +197,11 @@ void AppStore::finishSave(
 
 void AppStore::remove(const ConnectionProfile &profile)
 {
-    const auto found = m_sessions.find(profile.id);
-    if (found != m_sessions.end() && found->second->busy()) {
+    const auto busy = [this, &profile] {
+        const auto found = m_sessions.find(profile.id);
+        return found != m_sessions.end() && found->second->busy();
+    };
+    if (busy()) {
         setError("Wait for this connection's current operation to finish.");
         return;
     }
@@ -203,6 +210,14 @@ void AppStore::remove(const ConnectionProfile &profile)
             "Remove connection")) {
         return;
     }
+    // The dialog ran the event loop: a finished save may have replaced the session, or a job
+    // may have started on it.
+    if (busy()) {
+        setError("Wait for this connection's current operation to finish.");
+        return;
+    }
+    m_removed.insert(profile.id);
+    const auto found = m_sessions.find(profile.id);
     runInBackground([keychain = &m_keychain, id = profile.id] {
         try {
             keychain->remove(id);

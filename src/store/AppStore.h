@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -111,6 +112,9 @@ private:
     std::optional<std::string> m_error;
     bool m_showConnection = false;
     std::optional<ConnectionProfile> m_editingProfile;
+    // Profiles removed while their save was still with the keyring: that save must not bring
+    // them back.
+    std::set<QUuid> m_removed;
 };
 
 } // namespace tallowick

@@ -2,11 +2,11 @@
 
 #include "client/MySQLConnection.h"
 #include "core/AppError.h"
+#include "support/Checks.h"
 
 #include <QByteArray>
 #include <QString>
 #include <QTest>
-#include <functional>
 #include <iterator>
 #include <random>
 #include <string>
@@ -22,18 +22,6 @@ template <> inline char *QTest::toString<tallowick::Cell>(const tallowick::Cell 
 
 namespace tallowick::test
 {
-
-// The exact sentence an action throws as AppError, or "(no error)" when it returns normally, so
-// QCOMPARE against the user-facing message shows both sides when it fails.
-inline QString errorFrom(const std::function<void()> &action)
-{
-    try {
-        action();
-    } catch (const AppError &error) {
-        return QString::fromStdString(error.message());
-    }
-    return QStringLiteral("(no error)");
-}
 
 // The first value of the first row of a statement that must return one.
 inline Cell scalar(MySQLConnection &connection, const std::string &sql)

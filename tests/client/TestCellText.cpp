@@ -38,10 +38,7 @@ void TestCellText::validTextIsUnchanged_data()
     QTest::addColumn<QByteArray>("text");
 
     QTest::newRow("empty") << QByteArray();
-    QTest::newRow("ASCII") << QByteArray("plain text");
     QTest::newRow("NUL byte inside") << QByteArray("a\0b", 3);
-    QTest::newRow("two-byte é") << QByteArray("caf\xC3\xA9");
-    QTest::newRow("three-byte €") << QByteArray("\xE2\x82\xAC 5");
     QTest::newRow("four-byte U+1F9F9") << QByteArray("\xF0\x9F\xA7\xB9");
     QTest::newRow("highest code point U+10FFFF") << QByteArray("\xF4\x8F\xBF\xBF");
     QTest::newRow("U+FFFD itself") << replacement;
@@ -69,16 +66,10 @@ void TestCellText::invalidSequencesAreReplaced_data()
     QTest::newRow("[ED A0 80]: surrogate") << QByteArray("\xED\xA0\x80") << r + r + r;
     QTest::newRow("[F4 90 80 80]: above U+10FFFF") << QByteArray("\xF4\x90\x80\x80") << r + r + r + r;
     QTest::newRow("[F5]: never a lead byte") << QByteArray("a\xF5z") << "a" + r + "z";
-    QTest::newRow("[80]: lone continuation") << QByteArray("\x80") << r;
-    QTest::newRow("[FF FE]") << QByteArray("\xFF\xFE") << r + r;
-    QTest::newRow("ab [F0 9F A7]: truncated at the end") << QByteArray("ab\xF0\x9F\xA7") << "ab" + r;
     QTest::newRow("[F0 9F A7] A: truncated mid-text") << QByteArray("\xF0\x9F\xA7"
                                                                     "A")
                                                       << r + "A";
     QTest::newRow("[E2 82][E2 82]: two truncated sequences") << QByteArray("\xE2\x82\xE2\x82") << r + r;
-    QTest::newRow("latin1 é between letters") << QByteArray("A\xE9"
-                                                            "B")
-                                              << "A" + r + "B";
     QTest::newRow("valid é after a bad byte") << QByteArray("\xFF\xC3\xA9") << r + "\xC3\xA9";
     QTest::newRow("NUL after a bad byte is kept") << QByteArray("\xC3\0", 2) << r + QByteArray(1, '\0');
 }
@@ -96,11 +87,8 @@ void TestCellText::hexDisplay_data()
     QTest::addColumn<QByteArray>("expected");
 
     QTest::newRow("empty") << QByteArray() << QByteArray("0x");
-    QTest::newRow("NUL") << QByteArray(1, '\0') << QByteArray("0x00");
-    QTest::newRow("Hi") << QByteArray("Hi") << QByteArray("0x4869");
     QTest::newRow("[0F F0] keeps leading zeros") << QByteArray("\x0F\xF0") << QByteArray("0x0FF0");
     QTest::newRow("[AB CD EF] upper-case") << QByteArray("\xAB\xCD\xEF") << QByteArray("0xABCDEF");
-    QTest::newRow("[FF]") << QByteArray("\xFF") << QByteArray("0xFF");
 }
 
 void TestCellText::hexDisplay()
@@ -120,18 +108,11 @@ void TestCellText::binaryColumns_data()
     QTest::newRow("63 BIT (16)") << 63u << 16u << true;
     QTest::newRow("63 type 248 (just below the blob range)") << 63u << 248u << false;
     QTest::newRow("63 TINY_BLOB (249)") << 63u << 249u << true;
-    QTest::newRow("63 MEDIUM_BLOB (250)") << 63u << 250u << true;
-    QTest::newRow("63 LONG_BLOB (251)") << 63u << 251u << true;
-    QTest::newRow("63 BLOB (252)") << 63u << 252u << true;
     QTest::newRow("63 VAR_STRING (253)") << 63u << 253u << true;
-    QTest::newRow("63 STRING (254)") << 63u << 254u << true;
     QTest::newRow("63 GEOMETRY (255)") << 63u << 255u << true;
     QTest::newRow("63 JSON (245)") << 63u << 245u << false;
     QTest::newRow("63 LONG (3)") << 63u << 3u << false;
-    QTest::newRow("63 NEWDECIMAL (246)") << 63u << 246u << false;
-    QTest::newRow("63 DATETIME (12)") << 63u << 12u << false;
     QTest::newRow("utf8mb4 45 BLOB (252): TEXT") << 45u << 252u << false;
-    QTest::newRow("utf8mb4 45 VAR_STRING (253)") << 45u << 253u << false;
     QTest::newRow("latin1 8 STRING (254)") << 8u << 254u << false;
 }
 

@@ -80,7 +80,6 @@ private Q_SLOTS:
     void initTestCase();
 
     void emptyDatabaseIsHeaderAndTrailer();
-    void tableWithoutRows();
     void valueLiterals_data();
     void valueLiterals();
     void viewsFollowAllTables();
@@ -141,17 +140,6 @@ void TestDatabaseExport::emptyDatabaseIsHeaderAndTrailer()
     QCOMPARE(scalar(scratch.connection(), "SELECT @@in_transaction"), Cell("0"));
 }
 
-void TestDatabaseExport::tableWithoutRows()
-{
-    ScratchDatabase scratch(m_server);
-    scratch.run("CREATE TABLE t (id INT PRIMARY KEY, note VARCHAR(10) DEFAULT 'it''s')");
-    const QString path = outputPath("no-rows.sql");
-    scratch.connection().backup(scratch.name(), path.toStdString(), ignoreProgress);
-
-    QCOMPARE(afterFirstLine(readFile(path)),
-        headerAfterFirstLine(scratch.name()) + tableSection(scratch.connection(), "t") + trailer);
-}
-
 void TestDatabaseExport::valueLiterals_data()
 {
     QTest::addColumn<QString>("text"); // SQL stored into the VARCHAR column
@@ -166,8 +154,6 @@ void TestDatabaseExport::valueLiterals_data()
         << QByteArray("CONVERT(X'61275c630a' USING utf8mb4)") << QByteArray("X'00ff10'");
     QTest::newRow("é and [C3 A9], binary though valid UTF-8") << "X'C3A9'" << "X'C3A9'"
         << QByteArray("CONVERT(X'c3a9' USING utf8mb4)") << QByteArray("X'c3a9'");
-    QTest::newRow("'NULL' as text and as bytes") << "'NULL'" << "'NULL'"
-        << QByteArray("CONVERT(X'4e554c4c' USING utf8mb4)") << QByteArray("X'4e554c4c'");
     // clang-format on
 }
 
@@ -196,8 +182,9 @@ void TestDatabaseExport::valueLiterals()
 void TestDatabaseExport::viewsFollowAllTables()
 {
     ScratchDatabase scratch(m_server);
-    // The server lists objects by name, so the views come first and between the tables.
-    scratch.run("CREATE TABLE b_table (id INT PRIMARY KEY)");
+    // The server lists objects by name, so the views come first and between the tables. The
+    // tables hold no rows, so their sections have no INSERT.
+    scratch.run("CREATE TABLE b_table (id INT PRIMARY KEY, note VARCHAR(10) DEFAULT 'it''s')");
     scratch.run("CREATE TABLE z_table (id INT PRIMARY KEY)");
     scratch.run("CREATE VIEW a_view AS SELECT id FROM b_table");
     scratch.run("CREATE VIEW m_view AS SELECT b.id FROM b_table b JOIN z_table z ON z.id = b.id");

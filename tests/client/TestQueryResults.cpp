@@ -80,10 +80,8 @@ void TestQueryResults::rowCap_data()
     QTest::newRow("3 rows, maxRows 0") << 3 << qint64(0) << 0 << true << "0 rows · display limit reached";
     QTest::newRow("no rows, maxRows 0") << 0 << qint64(0) << 0 << false << "0 rows";
     QTest::newRow("2 rows, maxRows -1") << 2 << qint64(-1) << 0 << true << "0 rows · display limit reached";
-    QTest::newRow("1 row, maxRows 10") << 1 << qint64(10) << 1 << false << "1 rows";
     QTest::newRow("3 rows, maxRows 3") << 3 << qint64(3) << 3 << false << "3 rows";
     QTest::newRow("4 rows, maxRows 3") << 4 << qint64(3) << 3 << true << "3 rows · display limit reached";
-    QTest::newRow("200000 rows, maxRows 5") << 200000 << qint64(5) << 5 << true << "5 rows · display limit reached";
     QTest::newRow("12000 rows, default cap")
         << 12000 << qint64(MySQLConnection::defaultMaxRows) << 10000 << true << "10000 rows · display limit reached";
 }
@@ -121,14 +119,12 @@ void TestQueryResults::statementsWithoutResultSet_data()
     QTest::newRow("INSERT of three rows") << "INSERT INTO counted VALUES (1, 0), (2, 0), (3, 5)" << quint64(3);
     // The connection counts matched rows: the row already holding 5 still counts.
     QTest::newRow("UPDATE matching three, changing two") << "UPDATE counted SET v = 5" << quint64(3);
-    QTest::newRow("UPDATE matching nothing") << "UPDATE counted SET v = 1 WHERE id > 100" << quint64(0);
     QTest::newRow("DELETE of one row") << "DELETE FROM counted WHERE id = 2" << quint64(1);
-    QTest::newRow("DROP TABLE") << "DROP TABLE counted" << quint64(0);
 }
 
 void TestQueryResults::statementsWithoutResultSet()
 {
-    // The rows build on each other, in order: table, rows, updates, drop.
+    // The rows build on each other, in order: table, rows, update, delete.
     QFETCH(QString, statement);
     QFETCH(quint64, affected);
 
@@ -156,17 +152,12 @@ void TestQueryResults::cellValues_data()
     QTest::addColumn<Cell>("shown");
 
     // clang-format off
-    QTest::newRow("VARCHAR NULL") << "VARCHAR(10)" << "NULL" << false << Cell();
     QTest::newRow("VARCHAR ''") << "VARCHAR(10)" << "''" << false << Cell("");
     QTest::newRow("VARCHAR 'NULL' is text") << "VARCHAR(10)" << "'NULL'" << false << Cell("NULL");
     QTest::newRow("TEXT with NUL and U+1F9F9") << "TEXT" << "X'6100F09FA7B9'" << false
                                                << Cell(std::string("a\0\xF0\x9F\xA7\xB9", 6));
-    QTest::newRow("JSON is text") << "JSON" << "'{\"a\": 1}'" << false << Cell("{\"a\": 1}");
-    QTest::newRow("INT") << "INT" << "-42" << false << Cell("-42");
     QTest::newRow("DECIMAL(5,2) 1.5") << "DECIMAL(5,2)" << "1.5" << false << Cell("1.50");
-    QTest::newRow("VARBINARY [00 01 AB FF]") << "VARBINARY(10)" << "X'0001ABFF'" << true << Cell("0x0001ABFF");
     QTest::newRow("VARBINARY ''") << "VARBINARY(10)" << "X''" << true << Cell("0x");
-    QTest::newRow("VARBINARY NULL") << "VARBINARY(10)" << "NULL" << true << Cell();
     QTest::newRow("VARBINARY holding text 'ab'") << "VARBINARY(10)" << "'ab'" << true << Cell("0x6162");
     QTest::newRow("BINARY(3) padded") << "BINARY(3)" << "X'41'" << true << Cell("0x410000");
     QTest::newRow("BLOB [DE AD BE EF]") << "BLOB" << "X'DEADBEEF'" << true << Cell("0xDEADBEEF");
@@ -234,13 +225,10 @@ void TestQueryResults::fieldMetadata_data()
     // clang-format off
     QTest::newRow("c.id AS k FROM customers c") << "SELECT c.id AS k FROM customers c" << 0
         << "k = db.customers.id via c, type 3, primary";
-    QTest::newRow("plain column") << "SELECT name FROM customers" << 0
-        << "name = db.customers.name via customers, type 253";
     QTest::newRow("join: o.id") << join << 0 << "id = db.orders.id via o, type 3, primary";
     QTest::newRow("join: c.name AS who") << join << 1 << "who = db.customers.name via c, type 253";
     QTest::newRow("join: c.note") << join << 2 << "note = db.customers.note via c, type 253, nullable";
     QTest::newRow("computed id + 1") << "SELECT id + 1 AS n FROM customers" << 0 << "n = .. via , type 8, computed";
-    QTest::newRow("literal 'x'") << "SELECT 'x'" << 0 << "x = .. via , type 253, computed";
     // clang-format on
 }
 
@@ -277,8 +265,6 @@ void TestQueryResults::columnDescriptions_data()
         << "price decimal(5,2) NULL, default '1.50', collation -, extra '', comment ''";
     QTest::newRow("VIRTUAL generated") << 4
         << "doubled int(11) NULL, default -, collation -, extra 'VIRTUAL GENERATED', comment '', generated";
-    QTest::newRow("STORED generated") << 5
-        << "tripled int(11) NULL, default -, collation -, extra 'STORED GENERATED', comment '', generated";
     QTest::newRow("DEFAULT CURRENT_TIMESTAMP is not generated") << 6
         << "created timestamp NOT NULL, default 'current_timestamp()', collation -, extra '', comment ''";
     QTest::newRow("TEXT with its own collation") << 7

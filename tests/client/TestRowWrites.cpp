@@ -46,13 +46,10 @@ private Q_SLOTS:
     void editsAgainstAnotherSession();
     void keyMaterial_data();
     void keyMaterial();
-    void refusedEdits_data();
-    void refusedEdits();
+    void refusedWrites_data();
+    void refusedWrites();
     void deleteRow_data();
     void deleteRow();
-    void refusedDeletes_data();
-    void refusedDeletes();
-    void createUserWithAwkwardCredentials_data();
     void createUserWithAwkwardCredentials();
     void stringLiteral_data();
     void stringLiteral();
@@ -125,22 +122,18 @@ void TestRowWrites::updateCell_data()
     QTest::addColumn<Cell>("value");
     QTest::addColumn<Cell>("expected"); // the whole table afterwards
 
+    // Plain edits, '' versus NULL and quotes in the new value are among the built-in integration
+    // checks; these rows are about the value the row is matched by.
     const QString none;
     // clang-format off
-    QTest::newRow("txt 'old' to 'new'") << none << 1 << Cell("new") << Cell("1:new:1.50,2:other:9.99");
     QTest::newRow("txt NULL to 'set'") << "UPDATE w SET txt = NULL WHERE id = 1" << 1 << Cell("set")
                                        << Cell("1:set:1.50,2:other:9.99");
-    QTest::newRow("txt 'old' to NULL") << none << 1 << Cell() << Cell("1:NULL:1.50,2:other:9.99");
-    QTest::newRow("txt 'old' to ''") << none << 1 << Cell("") << Cell("1::1.50,2:other:9.99");
     QTest::newRow("txt NULL to ''") << "UPDATE w SET txt = NULL WHERE id = 1" << 1 << Cell("")
                                     << Cell("1::1.50,2:other:9.99");
-    QTest::newRow("txt to O'Brien\\path") << none << 1 << Cell("O'Brien\\path")
-                                          << Cell("1:O'Brien\\path:1.50,2:other:9.99");
     QTest::newRow("txt with apostrophe to plain") << "UPDATE w SET txt = 'it''s' WHERE id = 1" << 1 << Cell("its")
                                                   << Cell("1:its:1.50,2:other:9.99");
     // The grid shows 1.50; "1.5" is the same number, so nothing changes but the row still matches.
     QTest::newRow("amount 1.50 to '1.5'") << none << 2 << Cell("1.5") << Cell("1:old:1.50,2:other:9.99");
-    QTest::newRow("amount 1.50 to '2.25'") << none << 2 << Cell("2.25") << Cell("1:old:2.25,2:other:9.99");
     // clang-format on
 }
 
@@ -164,7 +157,6 @@ void TestRowWrites::unchangedValueSendsNothing_data()
     QTest::addColumn<QString>("initial");
     QTest::addColumn<Cell>("value");
 
-    QTest::newRow("'old' written again") << "UPDATE w SET txt = 'old' WHERE id = 1" << Cell("old");
     QTest::newRow("NULL written again") << "UPDATE w SET txt = NULL WHERE id = 1" << Cell();
     QTest::newRow("'' written again") << "UPDATE w SET txt = '' WHERE id = 1" << Cell("");
 }
@@ -194,11 +186,8 @@ void TestRowWrites::editsAgainstAnotherSession_data()
     QTest::addColumn<Cell>("expected");
 
     // clang-format off
-    QTest::newRow("cell changed elsewhere") << "UPDATE w SET txt = 'theirs' WHERE id = 1" << staleEdit
-                                            << Cell("1:theirs:1.50,2:other:9.99");
     QTest::newRow("cell set to NULL elsewhere") << "UPDATE w SET txt = NULL WHERE id = 1" << staleEdit
                                                 << Cell("1:NULL:1.50,2:other:9.99");
-    QTest::newRow("row deleted elsewhere") << "DELETE FROM w WHERE id = 1" << staleEdit << Cell("2:other:9.99");
     QTest::newRow("key changed elsewhere") << "UPDATE w SET id = 5 WHERE id = 1" << staleEdit
                                            << Cell("2:other:9.99,5:old:1.50");
     // Only the edited cell is guarded: a change to another column of the row is no conflict.
@@ -231,23 +220,16 @@ void TestRowWrites::keyMaterial_data()
     const QString people = QString::fromStdString(peopleState);
     const QString items = QString::fromStdString(itemsState);
     // clang-format off
-    QTest::newRow("self-join, boss side b.name") << selfJoin << 3 << people << "(no error)" << Cell("1:Zed,2:Bob");
     QTest::newRow("self-join, employee side e.name") << selfJoin << 1 << people << "(no error)"
                                                      << Cell("1:Ada,2:Zed");
     QTest::newRow("self-join, boss key not selected")
         << "SELECT e.id, e.name, b.name FROM people e JOIN people b ON b.id = e.boss_id" << 2 << people
         << "The primary-key column id is missing from this result." << Cell("1:Ada,2:Bob");
-    QTest::newRow("key selected as k, name as label")
-        << "SELECT id AS k, name AS label FROM people WHERE id = 2" << 1 << people << "(no error)"
-        << Cell("1:Ada,2:Zed");
     QTest::newRow("key after the edited column")
         << "SELECT name, id FROM people WHERE id = 1" << 0 << people << "(no error)" << Cell("1:Zed,2:Bob");
     QTest::newRow("composite key (tenant, id) in another order")
         << "SELECT id, label, tenant FROM items WHERE tenant = 'b'" << 1 << items << "(no error)"
         << Cell("a:1:x,b:1:Zed");
-    QTest::newRow("composite key, tenant not selected")
-        << "SELECT id, label FROM items WHERE tenant = 'b'" << 1 << items
-        << "The primary-key column tenant is missing from this result." << Cell("a:1:x,b:1:y");
     // clang-format on
 }
 
@@ -265,38 +247,55 @@ void TestRowWrites::keyMaterial()
     QCOMPARE(scalar(connection(), state.toStdString()), expected);
 }
 
-void TestRowWrites::refusedEdits_data()
+// Refused before anything is sent: the server counts no UPDATE or DELETE.
+void TestRowWrites::refusedWrites_data()
 {
+    QTest::addColumn<QString>("table"); // the table a delete names; empty: an edit of the cell
     QTest::addColumn<QString>("select");
     QTest::addColumn<qint64>("row");
     QTest::addColumn<qint64>("column");
     QTest::addColumn<QString>("error");
 
+    const QString edit;
     // clang-format off
-    QTest::newRow("table without a primary key") << "SELECT a, b FROM nopk" << qint64(0) << qint64(1) << noKeyForEdit;
-    QTest::newRow("VIRTUAL generated column") << "SELECT id, a, g FROM gen" << qint64(0) << qint64(2)
-                                              << "Generated columns are read-only.";
-    QTest::newRow("VARBINARY column") << "SELECT id, b FROM bin" << qint64(0) << qint64(1) << notEditable;
-    QTest::newRow("computed a + 1") << "SELECT id, a + 1 FROM gen" << qint64(0) << qint64(1) << notEditable;
-    QTest::newRow("literal 'x'") << "SELECT id, 'x' FROM gen" << qint64(0) << qint64(1) << notEditable;
-    QTest::newRow("row -1") << "SELECT id, a FROM gen" << qint64(-1) << qint64(1) << rowGone;
-    QTest::newRow("row 1 of a one-row result") << "SELECT id, a FROM gen" << qint64(1) << qint64(1) << rowGone;
-    QTest::newRow("column -1") << "SELECT id, a FROM gen" << qint64(0) << qint64(-1) << rowGone;
-    QTest::newRow("column 2 of two") << "SELECT id, a FROM gen" << qint64(0) << qint64(2) << rowGone;
+    QTest::newRow("edit: table without a primary key") << edit << "SELECT a, b FROM nopk" << qint64(0) << qint64(1)
+                                                       << noKeyForEdit;
+    QTest::newRow("edit: VIRTUAL generated column") << edit << "SELECT id, a, g FROM gen" << qint64(0) << qint64(2)
+                                                    << "Generated columns are read-only.";
+    QTest::newRow("edit: VARBINARY column") << edit << "SELECT id, b FROM bin" << qint64(0) << qint64(1)
+                                            << notEditable;
+    QTest::newRow("edit: row -1") << edit << "SELECT id, a FROM gen" << qint64(-1) << qint64(1) << rowGone;
+    QTest::newRow("edit: row 1 of a one-row result") << edit << "SELECT id, a FROM gen" << qint64(1) << qint64(1)
+                                                     << rowGone;
+    QTest::newRow("edit: column 2 of two") << edit << "SELECT id, a FROM gen" << qint64(0) << qint64(2) << rowGone;
+    QTest::newRow("delete: table without a primary key") << "nopk" << "SELECT a, b FROM nopk" << qint64(0)
+        << qint64(0) << "This table has no primary key. Use SQL to edit it without risking an ambiguous row match.";
+    QTest::newRow("delete: composite key, tenant not selected") << "items" << "SELECT id, label FROM items"
+        << qint64(0) << qint64(0) << "The primary-key column tenant is missing from this result.";
     // clang-format on
 }
 
-void TestRowWrites::refusedEdits()
+void TestRowWrites::refusedWrites()
 {
+    QFETCH(QString, table);
     QFETCH(QString, select);
     QFETCH(qint64, row);
     QFETCH(qint64, column);
     QFETCH(QString, error);
 
     const QueryResult grid = connection().query(select.toStdString());
-    const long long updates = sessionStatus(connection(), "Com_update");
-    QCOMPARE(errorFrom([&] { connection().updateCell(grid, row, column, Cell("7")); }), error);
-    QCOMPARE(sessionStatus(connection(), "Com_update") - updates, 0);
+    const auto writes
+        = [this] { return sessionStatus(connection(), "Com_update") + sessionStatus(connection(), "Com_delete"); };
+    const long long before = writes();
+    QCOMPARE(errorFrom([&] {
+        if (table.isEmpty()) {
+            connection().updateCell(grid, row, column, Cell("7"));
+        } else {
+            connection().deleteRow(grid, row, m_scratch->name(), table.toStdString());
+        }
+    }),
+        error);
+    QCOMPARE(writes() - before, 0);
 }
 
 void TestRowWrites::deleteRow_data()
@@ -311,8 +310,6 @@ void TestRowWrites::deleteRow_data()
     const QString ansi = "ANSI_QUOTES,NO_BACKSLASH_ESCAPES";
     const QString names = "SELECT GROUP_CONCAT(name ORDER BY name SEPARATOR '|') FROM names";
     // clang-format off
-    QTest::newRow("people: second of two") << QString() << "people" << "SELECT id, name FROM people ORDER BY id"
-                                           << qint64(1) << QString::fromStdString(peopleState) << Cell("1:Ada");
     // In name order: a\b, O'Brien, plain.
     QTest::newRow("names: key O'Brien") << QString() << "names" << "SELECT name FROM names ORDER BY name"
                                         << qint64(1) << names << Cell("a\\b|plain");
@@ -346,45 +343,9 @@ void TestRowWrites::deleteRow()
     QCOMPARE(scalar(connection(), state.toStdString()), expected);
 }
 
-void TestRowWrites::refusedDeletes_data()
-{
-    QTest::addColumn<QString>("table");
-    QTest::addColumn<QString>("select");
-    QTest::addColumn<QString>("error");
-
-    QTest::newRow("table without a primary key")
-        << "nopk"
-        << "SELECT a, b FROM nopk"
-        << "This table has no primary key. Use SQL to edit it without risking an ambiguous row match.";
-    QTest::newRow("composite key, tenant not selected") << "items"
-                                                        << "SELECT id, label FROM items ORDER BY tenant"
-                                                        << "The primary-key column tenant is missing from this result.";
-}
-
-void TestRowWrites::refusedDeletes()
-{
-    QFETCH(QString, table);
-    QFETCH(QString, select);
-    QFETCH(QString, error);
-
-    const QueryResult grid = connection().query(select.toStdString());
-    const long long deletes = sessionStatus(connection(), "Com_delete");
-    QCOMPARE(errorFrom([&] { connection().deleteRow(grid, 0, m_scratch->name(), table.toStdString()); }), error);
-    QCOMPARE(sessionStatus(connection(), "Com_delete") - deletes, 0);
-}
-
-void TestRowWrites::createUserWithAwkwardCredentials_data()
-{
-    QTest::addColumn<QString>("sqlMode");
-
-    QTest::newRow("server default sql_mode") << QString();
-    QTest::newRow("NO_BACKSLASH_ESCAPES") << "NO_BACKSLASH_ESCAPES";
-}
-
+// The server's default mode is among the built-in integration checks.
 void TestRowWrites::createUserWithAwkwardCredentials()
 {
-    QFETCH(QString, sqlMode);
-
     const std::string name = "tw_o'k\\" + QUuid::createUuid().toString(QUuid::Id128).left(12).toStdString();
     const std::string host = "127.0.0.1";
     const std::string password = "trial'case\\value";
@@ -403,9 +364,7 @@ void TestRowWrites::createUserWithAwkwardCredentials()
         }
     } dropAccount { connection(), nameHex };
 
-    if (!sqlMode.isEmpty()) {
-        connection().query("SET SESSION sql_mode = '" + sqlMode.toStdString() + "'");
-    }
+    connection().query("SET SESSION sql_mode = 'NO_BACKSLASH_ESCAPES'");
     connection().createUser(name, host, password);
     QCOMPARE(
         scalar(connection(), "SELECT COUNT(*) FROM mysql.user WHERE User = " + nameHex + " AND Host = '127.0.0.1'"),
@@ -434,12 +393,9 @@ void TestRowWrites::stringLiteral_data()
 
     const std::pair<const char *, QByteArray> texts[] = {
         { "empty", QByteArray() },
-        { "it's", "it's" },
         { "back\\slash", "back\\slash" },
         { "\\' pair", "\\'" },
-        { "double \" quote", "say \"hi\"" },
         { "NUL inside", QByteArray("a\0b", 3) },
-        { "CR LF and LF", "1\r\n2\n" },
         { "U+1F9F9 and é", "\xF0\x9F\xA7\xB9 caf\xC3\xA9" },
     };
     for (const char *mode : { "", "NO_BACKSLASH_ESCAPES", "ANSI_QUOTES,NO_BACKSLASH_ESCAPES" }) {

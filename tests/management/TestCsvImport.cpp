@@ -3,10 +3,10 @@
 #include "core/AppError.h"
 #include "core/SqlQuoting.h"
 #include "management/CsvImport.h"
+#include "support/Checks.h"
 #include "support/TestServer.h"
 
 #include <QTest>
-#include <functional>
 #include <memory>
 #include <random>
 
@@ -15,37 +15,6 @@ using namespace tallowick::test;
 
 namespace
 {
-
-using Cells = QList<QVariant>; // a null QVariant stands for SQL NULL
-using Grid = QList<Cells>;
-
-QVariant text(const char *value)
-{
-    return QVariant(QByteArray(value));
-}
-
-template <typename Rows> Grid grid(const Rows &rows)
-{
-    Grid result;
-    for (const Row &row : rows) {
-        Cells cells;
-        for (const Cell &cell : row) {
-            cells.append(cell ? QVariant(QByteArray::fromStdString(*cell)) : QVariant());
-        }
-        result.append(cells);
-    }
-    return result;
-}
-
-QString errorFrom(const std::function<void()> &action)
-{
-    try {
-        action();
-    } catch (const AppError &error) {
-        return QString::fromStdString(error.message());
-    }
-    return QStringLiteral("(no error)");
-}
 
 const char *const peopleState = "SELECT id, name, note, amount FROM people ORDER BY id";
 

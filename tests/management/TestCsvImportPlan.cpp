@@ -1,17 +1,15 @@
 #include "core/AppError.h"
 #include "management/CsvImport.h"
+#include "support/Checks.h"
 
 #include <QTest>
-#include <functional>
 #include <string>
 
 using namespace tallowick;
+using namespace tallowick::test;
 
 namespace
 {
-
-using Cells = QList<QVariant>; // a null QVariant stands for SQL NULL
-using Grid = QList<Cells>;
 
 std::vector<ColumnInfo> people()
 {
@@ -26,37 +24,9 @@ std::vector<ColumnInfo> people()
     };
 }
 
-Grid grid(const std::vector<Row> &rows)
-{
-    Grid result;
-    for (const Row &row : rows) {
-        Cells cells;
-        for (const Cell &cell : row) {
-            cells.append(cell ? QVariant(QByteArray::fromStdString(*cell)) : QVariant());
-        }
-        result.append(cells);
-    }
-    return result;
-}
-
-QVariant text(const char *value)
-{
-    return QVariant(QByteArray(value));
-}
-
 std::string bytes(const QByteArray &data)
 {
     return data.toStdString();
-}
-
-QString errorFrom(const std::function<void()> &action)
-{
-    try {
-        action();
-    } catch (const AppError &error) {
-        return QString::fromStdString(error.message());
-    }
-    return QStringLiteral("(no error)");
 }
 
 // One column of values "r0001", "r0002", ...: every row's tuple ('r0001') has the same length.

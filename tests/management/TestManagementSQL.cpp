@@ -1,13 +1,14 @@
 #include "core/AppError.h"
 #include "management/ManagementSQL.h"
+#include "support/Checks.h"
 
 #include <QTest>
-#include <functional>
 #include <optional>
 #include <set>
 #include <string>
 
 using namespace tallowick;
+using namespace tallowick::test;
 
 Q_DECLARE_METATYPE(tallowick::ManagementDraft)
 Q_DECLARE_METATYPE(tallowick::ColumnDraft)
@@ -106,16 +107,6 @@ ManagementDraft user(std::string name, std::string host, std::string password)
     result.host = std::move(host);
     result.password = std::move(password);
     return result;
-}
-
-QString errorFrom(const std::function<void()> &action)
-{
-    try {
-        action();
-    } catch (const AppError &error) {
-        return QString::fromStdString(error.message());
-    }
-    return QStringLiteral("(no error)");
 }
 
 } // namespace

@@ -65,6 +65,7 @@ private Q_SLOTS:
     void damagedHistoryIsIgnored();
     void removeAsksThenDeletesProfileAndPassword();
     void removeClearsTheSelection();
+    void removeDuringASaveKeepsItRemoved();
     void sessionsAreCreatedOnceAndForwardChanges();
     void savingAnIdleProfileDropsItsSession();
 
@@ -259,6 +260,22 @@ void TestAppStore::removeAsksThenDeletesProfileAndPassword()
     QCOMPARE(m_secrets->items.count(uuidText(keep.id)), std::size_t(1));
     m_store = reopen();
     QCOMPARE(m_store->profiles(), std::vector<ConnectionProfile> { keep });
+}
+
+void TestAppStore::removeDuringASaveKeepsItRemoved()
+{
+    ConnectionProfile profile = profileNamed("Renamed then removed");
+    QCOMPARE(saveAndWait(profile, "pw"), std::nullopt);
+    profile.name = "Renamed";
+    bool saved = false;
+    m_store->save(profile, "pw", [&saved](const std::optional<std::string> &) { saved = true; });
+    // The save's keyring answer is still on its way back when the user removes the profile.
+    m_prompts->confirmations = { true };
+    m_store->remove(profile);
+    QVERIFY(QTest::qWaitFor([&saved] { return saved; }, 5000));
+    QVERIFY(m_store->profiles().empty());
+    m_store = reopen();
+    QVERIFY(m_store->profiles().empty());
 }
 
 void TestAppStore::removeClearsTheSelection()

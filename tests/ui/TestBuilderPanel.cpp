@@ -1,5 +1,6 @@
 #include "client/ClientThreadScope.h"
 #include "support/SessionHarness.h"
+#include "support/WidgetDriving.h"
 #include "ui/BuilderPanel.h"
 #include "ui/SQLEditor.h"
 
@@ -31,24 +32,12 @@ void settleForm()
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-// Opens the picker's list, moves to the item titled `text` and confirms it with Return, as a
-// keyboard user would. False when there is no such item or the choice did not take.
-bool choose(QComboBox *box, const QString &text)
+// Chooses like a keyboard user, then lets the form replace the row the picker was in.
+bool pick(QComboBox *box, const QString &text)
 {
-    if (!box) {
-        return false;
-    }
-    const int index = box->findText(text);
-    if (index < 0) {
-        return false;
-    }
-    box->showPopup();
-    QAbstractItemView *list = box->view();
-    list->setCurrentIndex(list->model()->index(index, box->modelColumn()));
-    QTest::keyClick(list, Qt::Key_Return);
-    const bool closed = !list->isVisible();
-    settleForm(); // may replace the row the picker was in
-    return closed;
+    const bool chosen = choose(box, text);
+    settleForm();
+    return chosen;
 }
 
 // The child of `row` of type T whose tool tip (or, for check boxes, text) is `name`.
@@ -183,7 +172,7 @@ void TestBuilderPanel::chooseDatabase()
 void TestBuilderPanel::chooseSource(const QString &table)
 {
     chooseDatabase();
-    QVERIFY(choose(m_panel->tablePicker(), table));
+    QVERIFY(pick(m_panel->tablePicker(), table));
     QVERIFY(settle(*m_session));
     settleForm();
     QVERIFY(columnToggle(table + QStringLiteral(".id")));
@@ -262,7 +251,7 @@ void TestBuilderPanel::choosingTheSourceTableLoadsItsColumns()
 {
     chooseDatabase();
     QVERIFY(!columnToggle(QStringLiteral("orders.id")));
-    QVERIFY(choose(m_panel->tablePicker(), QStringLiteral("orders")));
+    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("orders")));
     QCOMPARE(m_session->builder().table, std::string("orders"));
     QVERIFY(settle(*m_session));
     settleForm();
@@ -281,7 +270,7 @@ void TestBuilderPanel::choosingTheSourceTableLoadsItsColumns()
     QVERIFY(m_panel->openButton()->isEnabled());
 
     // Another source table starts over with its own columns.
-    QVERIFY(choose(m_panel->tablePicker(), QStringLiteral("customers")));
+    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("customers")));
     QVERIFY(settle(*m_session));
     settleForm();
     QVERIFY(columnToggle(QStringLiteral("customers.name")));
@@ -299,23 +288,22 @@ void TestBuilderPanel::joinsAddAndRemoveTheirLines()
     QVERIFY(!m_panel->copyButton()->isEnabled());
     QVERIFY(!m_panel->openButton()->isEnabled());
 
-    QVERIFY(
-        choose(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
+    QVERIFY(pick(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
     QVERIFY(settle(*m_session));
     settleForm();
     // The joined table's columns are offered once they have loaded.
     QWidget *row = m_panel->joinRows().value(0);
     QVERIFY(part<QComboBox>(row, QStringLiteral("Right column"))->findText(QStringLiteral("customers.id")) > 0);
     QVERIFY(columnToggle(QStringLiteral("customers.name")));
-    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Left column")), QStringLiteral("orders.customer_id")));
-    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Right column")), QStringLiteral("customers.id")));
+    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Left column")), QStringLiteral("orders.customer_id")));
+    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Right column")), QStringLiteral("customers.id")));
     const QString joined = base(
         QStringLiteral("\nLEFT JOIN `%1`.`customers`\n  ON `orders`.`customer_id` = `customers`.`id`").arg(m_database));
     QCOMPARE(preview(), joined);
     QVERIFY(m_panel->copyButton()->isEnabled());
 
     row = m_panel->joinRows().value(0);
-    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Type")), QStringLiteral("INNER JOIN")));
+    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Type")), QStringLiteral("INNER JOIN")));
     QCOMPARE(preview(), QString(joined).replace(QStringLiteral("LEFT JOIN"), QStringLiteral("INNER JOIN")));
 
     QVERIFY(click(part<QPushButton>(m_panel->joinRows().value(0), QStringLiteral("Remove join"))));
@@ -330,8 +318,8 @@ void TestBuilderPanel::filtersQuoteTypedValuesAndKeepTheFocus()
     QVERIFY(click(m_panel->addFilterButton()));
     QCOMPARE(m_panel->filterRows().size(), 1);
     QWidget *row = m_panel->filterRows().value(0);
-    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Column")), QStringLiteral("orders.note")));
-    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Operator")), QStringLiteral("LIKE")));
+    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Column")), QStringLiteral("orders.note")));
+    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Operator")), QStringLiteral("LIKE")));
     auto *value = row->findChild<QLineEdit *>();
     QVERIFY(value);
     QCOMPARE(value->placeholderText(), QStringLiteral("Value (use % with LIKE)"));
@@ -355,14 +343,14 @@ void TestBuilderPanel::filtersQuoteTypedValuesAndKeepTheFocus()
     QVERIFY(click(m_panel->addFilterButton()));
     QCOMPARE(m_panel->filterRows().size(), 2);
     QWidget *second = m_panel->filterRows().value(1);
-    QVERIFY(choose(part<QComboBox>(second, QStringLiteral("Operator")), QStringLiteral("IS NULL")));
+    QVERIFY(pick(part<QComboBox>(second, QStringLiteral("Operator")), QStringLiteral("IS NULL")));
     QComboBox *match = nullptr;
     for (QComboBox *box : m_panel->findChildren<QComboBox *>()) {
         if (box->findText(QStringLiteral("Match any")) >= 0) {
             match = box;
         }
     }
-    QVERIFY(choose(match, QStringLiteral("Match any")));
+    QVERIFY(pick(match, QStringLiteral("Match any")));
     QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%cme'\n  OR `orders`.`id` IS NULL")));
 
     // Removing the filters one by one; the last one takes the WHERE clause with it.
@@ -379,7 +367,7 @@ void TestBuilderPanel::numericFilterRefusesAnythingButANumber()
     chooseSource(QStringLiteral("orders"));
     QVERIFY(click(m_panel->addFilterButton()));
     QWidget *row = m_panel->filterRows().value(0);
-    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Column")), QStringLiteral("orders.total")));
+    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Column")), QStringLiteral("orders.total")));
     QVERIFY(click(part<QCheckBox>(row, QStringLiteral("Number"))));
     QVERIFY(m_session->builder().filters.at(0).numeric);
     auto *value = row->findChild<QLineEdit *>();
@@ -407,7 +395,7 @@ void TestBuilderPanel::columnsAggregatesAndGrouping()
 
     // Choosing an aggregate selects the column too.
     QVERIFY(!columnToggle(QStringLiteral("orders.total"))->isChecked());
-    QVERIFY(choose(aggregateFor(QStringLiteral("orders.total")), QStringLiteral("SUM")));
+    QVERIFY(pick(aggregateFor(QStringLiteral("orders.total")), QStringLiteral("SUM")));
     QVERIFY(columnToggle(QStringLiteral("orders.total"))->isChecked());
     QVERIFY(groupToggle(QStringLiteral("orders.customer_id")));
     QVERIFY(click(groupToggle(QStringLiteral("orders.customer_id"))));
@@ -423,7 +411,7 @@ void TestBuilderPanel::columnsAggregatesAndGrouping()
 
     // Unticking drops the column and its aggregate; "No aggregate" turns it back into a plain column.
     QVERIFY(click(columnToggle(QStringLiteral("orders.id"))));
-    QVERIFY(choose(aggregateFor(QStringLiteral("orders.total")), QStringLiteral("No aggregate")));
+    QVERIFY(pick(aggregateFor(QStringLiteral("orders.total")), QStringLiteral("No aggregate")));
     QVERIFY(preview().startsWith(QStringLiteral("SELECT `orders`.`customer_id`,\n       `orders`.`total`\n")));
     QVERIFY(click(columnToggle(QStringLiteral("orders.total"))));
     QVERIFY(click(columnToggle(QStringLiteral("orders.customer_id"))));
@@ -447,9 +435,9 @@ void TestBuilderPanel::distinctSortAndLimit()
         }
     }
     QVERIFY(sort && direction);
-    QVERIFY(choose(sort, QStringLiteral("orders.id")));
+    QVERIFY(pick(sort, QStringLiteral("orders.id")));
     QVERIFY(preview().endsWith(QStringLiteral("\nORDER BY `orders`.`id` ASC\nLIMIT 500;")));
-    QVERIFY(choose(direction, QStringLiteral("Descending")));
+    QVERIFY(pick(direction, QStringLiteral("Descending")));
     QVERIFY(preview().endsWith(QStringLiteral("\nORDER BY `orders`.`id` DESC\nLIMIT 500;")));
 
     auto *limit = m_panel->findChild<QSpinBox *>();
@@ -465,7 +453,7 @@ void TestBuilderPanel::distinctSortAndLimit()
     QVERIFY(!m_panel->openButton()->isEnabled());
 
     // The empty sort choice takes ORDER BY away again.
-    QVERIFY(choose(sort, sort->itemText(0)));
+    QVERIFY(pick(sort, sort->itemText(0)));
     limit->selectAll();
     QTest::keyClicks(limit, QStringLiteral("10"));
     QCOMPARE(preview(), QStringLiteral("SELECT DISTINCT `orders`.*\nFROM `%1`.`orders`\nLIMIT 10;").arg(m_database));
@@ -500,7 +488,7 @@ void TestBuilderPanel::tablesChosenWhileTheSessionWorksStillGetTheirColumns()
     // A long statement from the query tab is still running when the user picks a table here.
     m_session->run("SELECT SLEEP(1)");
     QVERIFY(m_session->busy());
-    QVERIFY(choose(m_panel->tablePicker(), QStringLiteral("orders")));
+    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("orders")));
     QCOMPARE(preview(), base());
     QVERIFY(settle(*m_session));
     QVERIFY(QTest::qWaitFor([this] { return m_session->builderColumns().count("orders") == 1; }));
@@ -512,8 +500,7 @@ void TestBuilderPanel::tablesChosenWhileTheSessionWorksStillGetTheirColumns()
     QVERIFY(click(m_panel->addJoinButton()));
     m_session->run("SELECT SLEEP(1)");
     QVERIFY(m_session->busy());
-    QVERIFY(
-        choose(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
+    QVERIFY(pick(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
     QVERIFY(settle(*m_session));
     QVERIFY(QTest::qWaitFor([this] { return m_session->builderColumns().count("customers") == 1; }));
     QVERIFY(settle(*m_session));
@@ -528,23 +515,22 @@ void TestBuilderPanel::removingAJoinDropsWhatReferredToItsTable()
 {
     chooseSource(QStringLiteral("orders"));
     QVERIFY(click(m_panel->addJoinButton()));
-    QVERIFY(
-        choose(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
+    QVERIFY(pick(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
     QVERIFY(settle(*m_session));
     settleForm();
     QWidget *row = m_panel->joinRows().value(0);
-    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Left column")), QStringLiteral("orders.customer_id")));
-    QVERIFY(choose(part<QComboBox>(row, QStringLiteral("Right column")), QStringLiteral("customers.id")));
+    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Left column")), QStringLiteral("orders.customer_id")));
+    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Right column")), QStringLiteral("customers.id")));
     // The joined table's column is selected, grouped, filtered and sorted on.
     QVERIFY(click(columnToggle(QStringLiteral("orders.id"))));
     QVERIFY(click(columnToggle(QStringLiteral("customers.name"))));
     QVERIFY(click(groupToggle(QStringLiteral("customers.name"))));
     QVERIFY(click(m_panel->addFilterButton()));
-    QVERIFY(choose(
+    QVERIFY(pick(
         part<QComboBox>(m_panel->filterRows().value(0), QStringLiteral("Column")), QStringLiteral("customers.name")));
     QComboBox *sort = sortPicker();
     QVERIFY(sort);
-    QVERIFY(choose(sort, QStringLiteral("customers.name")));
+    QVERIFY(pick(sort, QStringLiteral("customers.name")));
     QVERIFY(preview().contains(QStringLiteral("`customers`.`name`\n")));
 
     // Without the join, nothing may point at its table: the form has no control left to remove
@@ -561,7 +547,7 @@ void TestBuilderPanel::tableNameWithADotListsItsColumns()
 {
     m_scratch->run("CREATE TABLE `order.lines` (id INT PRIMARY KEY, qty INT)");
     chooseDatabase();
-    QVERIFY(choose(m_panel->tablePicker(), QStringLiteral("order.lines")));
+    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("order.lines")));
     QVERIFY(settle(*m_session));
     settleForm();
     QVERIFY(columnToggle(QStringLiteral("order.lines.qty")));
@@ -580,7 +566,7 @@ void TestBuilderPanel::sameTableNameInAnotherDatabaseShowsItsOwnColumns()
 
     m_session->chooseDatabase(other.name());
     QVERIFY(settle(*m_session));
-    QVERIFY(choose(m_panel->tablePicker(), QStringLiteral("orders")));
+    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("orders")));
     QVERIFY(settle(*m_session));
     settleForm();
     QVERIFY(columnToggle(QStringLiteral("orders.placed_at")));

@@ -1,6 +1,7 @@
 #include "client/ClientThreadScope.h"
 #include "core/SqlQuoting.h"
 #include "support/SessionHarness.h"
+#include "support/WidgetDriving.h"
 #include "ui/CsvImportForm.h"
 #include "ui/DataView.h"
 #include "ui/ManagementForm.h"
@@ -17,21 +18,6 @@
 
 using namespace tallowick;
 using namespace tallowick::test;
-
-namespace
-{
-
-QPushButton *button(QWidget &parent, const QString &text)
-{
-    for (QPushButton *candidate : parent.findChildren<QPushButton *>()) {
-        if (candidate->text() == text) {
-            return candidate;
-        }
-    }
-    return nullptr;
-}
-
-} // namespace
 
 // The table browser driven like a user: real widgets, a real session, the disposable server.
 class TestDataView final : public QObject
@@ -102,8 +88,8 @@ std::int64_t TestDataView::column(const std::string &name) const
 
 void TestDataView::pagesThroughTheTable()
 {
-    QPushButton *previous = button(*m_view, QStringLiteral("‹ Previous"));
-    QPushButton *next = button(*m_view, QStringLiteral("Next ›"));
+    QPushButton *previous = titled<QPushButton>(*m_view, QStringLiteral("‹ Previous"));
+    QPushButton *next = titled<QPushButton>(*m_view, QStringLiteral("Next ›"));
     QVERIFY(previous && next);
     QCOMPARE(m_view->grid()->model()->rowCount(), 200);
     QVERIFY(!previous->isEnabled());
@@ -195,7 +181,7 @@ void TestDataView::setToNullFromTheMenu()
 
 void TestDataView::deleteAsksAndRemovesTheRow()
 {
-    QPushButton *remove = button(*m_view, QStringLiteral("Delete row…"));
+    QPushButton *remove = titled<QPushButton>(*m_view, QStringLiteral("Delete row…"));
     QVERIFY(remove);
     QVERIFY(!remove->isEnabled());
     NativeGrid *grid = m_view->grid();
@@ -228,12 +214,12 @@ void TestDataView::closingWithAnOpenEditorSendsNothing()
 
 void TestDataView::formsOpenFromTheToolbars()
 {
-    QTest::mouseClick(button(*m_view, QStringLiteral("Insert row…")), Qt::LeftButton);
+    QTest::mouseClick(titled<QPushButton>(*m_view, QStringLiteral("Insert row…")), Qt::LeftButton);
     auto *insert = m_view->findChild<ManagementForm *>();
     QVERIFY(insert && insert->isVisible());
     QCOMPARE(insert->kind(), ManagementSheet::insertRow);
     insert->reject();
-    QTest::mouseClick(button(*m_view, QStringLiteral("Import CSV…")), Qt::LeftButton);
+    QTest::mouseClick(titled<QPushButton>(*m_view, QStringLiteral("Import CSV…")), Qt::LeftButton);
     auto *import = m_view->findChild<CsvImportForm *>();
     QVERIFY(import && import->isVisible());
     import->reject();

@@ -1,5 +1,6 @@
 #include "client/ClientThreadScope.h"
 #include "support/SessionHarness.h"
+#include "support/WidgetDriving.h"
 #include "ui/NativeGrid.h"
 #include "ui/QueryWorkspace.h"
 #include "ui/SQLEditor.h"
@@ -25,41 +26,6 @@ using namespace tallowick::test;
 
 namespace
 {
-
-QLabel *label(QWidget &parent, const QString &text)
-{
-    for (QLabel *candidate : parent.findChildren<QLabel *>()) {
-        if (candidate->text() == text) {
-            return candidate;
-        }
-    }
-    return nullptr;
-}
-
-QPushButton *button(QWidget &parent, const QString &text)
-{
-    for (QPushButton *candidate : parent.findChildren<QPushButton *>()) {
-        if (candidate->text() == text) {
-            return candidate;
-        }
-    }
-    return nullptr;
-}
-
-// Opens the picker's list, moves to the item titled `text` and confirms it with Return, as a
-// keyboard user would. False when there is no such item.
-bool choose(QComboBox &box, const QString &text)
-{
-    const int index = box.findText(text);
-    if (index < 0) {
-        return false;
-    }
-    box.showPopup();
-    QAbstractItemView *list = box.view();
-    list->setCurrentIndex(list->model()->index(index, box.modelColumn()));
-    QTest::keyClick(list, Qt::Key_Return);
-    return !list->isVisible() && box.currentIndex() == index;
-}
 
 // Replaces the editor's whole text by typing, which is how the tab's SQL normally changes.
 void typeScript(SQLEditor &editor, const QString &text)
@@ -158,7 +124,7 @@ void TestQueryWorkspace::runWithButton(const QString &script)
 
 void TestQueryWorkspace::emptyStateBeforeTheFirstRun()
 {
-    QLabel *empty = label(*m_view, QStringLiteral("Your results will appear here."));
+    QLabel *empty = titled<QLabel>(*m_view, QStringLiteral("Your results will appear here."));
     QVERIFY(empty);
     QVERIFY(empty->isVisible());
     QVERIFY(!m_view->grid()->isVisible());
@@ -171,7 +137,7 @@ void TestQueryWorkspace::emptyStateBeforeTheFirstRun()
     QCOMPARE(m_view->grid()->model()->rowCount(), 3);
 
     // A new tab has no result of its own, so the empty state comes back for it.
-    QTest::mouseClick(button(*m_view, QStringLiteral("+")), Qt::LeftButton);
+    QTest::mouseClick(titled<QPushButton>(*m_view, QStringLiteral("+")), Qt::LeftButton);
     QCOMPARE(m_session->tabs().size(), std::size_t(2));
     QVERIFY(empty->isVisible());
     QVERIFY(!m_view->grid()->isVisible());
@@ -194,7 +160,7 @@ void TestQueryWorkspace::scriptResultsArePickedByStatement()
     QCOMPARE(m_view->grid()->model()->rowCount(), 3);
     QCOMPARE(m_view->countsLabel()->text(), QStringLiteral("3 rows · 3 columns"));
 
-    QVERIFY(choose(*picker, QStringLiteral("Statement 2")));
+    QVERIFY(choose(picker, QStringLiteral("Statement 2")));
     QCOMPARE(activeTab().resultIndex, std::int64_t(1));
     QCOMPARE(m_view->grid()->model()->columnCount(), 1);
     QCOMPARE(m_view->grid()->model()->rowCount(), 2);
@@ -202,7 +168,7 @@ void TestQueryWorkspace::scriptResultsArePickedByStatement()
     QCOMPARE(m_view->grid()->model()->index(1, 0).data().toString(), QStringLiteral("nut"));
     QCOMPARE(m_view->countsLabel()->text(), QStringLiteral("2 rows · 1 columns"));
 
-    QVERIFY(choose(*picker, QStringLiteral("Statement 1")));
+    QVERIFY(choose(picker, QStringLiteral("Statement 1")));
     QCOMPARE(m_view->grid()->model()->index(0, 0).data().toString(), QStringLiteral("one"));
 
     // A single statement afterwards has nothing to pick from.
@@ -216,7 +182,7 @@ void TestQueryWorkspace::exportWritesThePickedResult()
 {
     runWithButton(
         QStringLiteral("SELECT name FROM items WHERE id <= 2 ORDER BY id;\nSELECT id FROM items ORDER BY id"));
-    QVERIFY(choose(*m_view->resultPicker(), QStringLiteral("Statement 1")));
+    QVERIFY(choose(m_view->resultPicker(), QStringLiteral("Statement 1")));
     const QTemporaryDir folder;
     QVERIFY(folder.isValid());
     const QString path = folder.filePath(QStringLiteral("shown.csv"));
@@ -405,8 +371,8 @@ void TestQueryWorkspace::tabBarSwitchesAndClosesTabs()
 {
     QTabBar *tabs = m_view->tabBar();
     typeScript(*m_view->editor(), QStringLiteral("SELECT 'first tab'"));
-    QTest::mouseClick(button(*m_view, QStringLiteral("+")), Qt::LeftButton);
-    QTest::mouseClick(button(*m_view, QStringLiteral("+")), Qt::LeftButton);
+    QTest::mouseClick(titled<QPushButton>(*m_view, QStringLiteral("+")), Qt::LeftButton);
+    QTest::mouseClick(titled<QPushButton>(*m_view, QStringLiteral("+")), Qt::LeftButton);
     QCOMPARE(m_session->tabs().size(), std::size_t(3));
     QCOMPARE(tabs->count(), 3);
     QCOMPARE(tabs->currentIndex(), 2);
