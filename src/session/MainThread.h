@@ -28,4 +28,11 @@ template <typename Work> void runInBackground(Work work)
     QThreadPool::globalInstance()->start(std::move(work));
 }
 
+// Drops `value` on the global background pool. The last copy of a large result owns tens of
+// thousands of cells, and freeing them is work the window should not wait for.
+template <typename Value> void releaseInBackground(Value value)
+{
+    runInBackground([held = std::move(value)]() mutable { const Value released = std::move(held); });
+}
+
 } // namespace tallowick

@@ -11,6 +11,7 @@
 
 #include <QDateTime>
 #include <algorithm>
+#include <utility>
 
 namespace tallowick
 {
@@ -131,12 +132,14 @@ void ServerSession::storeRunResults(const QUuid &tabId, const std::string &text,
     }
     const std::string summary = results.empty() ? std::string("Complete") : results.back().message;
     const auto lastRows = results.empty() ? std::int64_t(0) : static_cast<std::int64_t>(results.back().rows.size());
-    changeTabs([tab, &results](QueryTabs &) {
+    std::vector<QueryResult> replaced;
+    changeTabs([tab, &results, &replaced](QueryTabs &) {
         // The shown result is one copy; the list itself is moved in, as results can be large.
         tab->result = results.empty() ? std::nullopt : std::optional<QueryResult>(results.back());
         tab->resultIndex = std::max<std::int64_t>(static_cast<std::int64_t>(results.size()) - 1, 0);
-        tab->results = std::move(results);
+        replaced = std::exchange(tab->results, std::move(results));
     });
+    releaseInBackground(std::move(replaced));
     setStatus(summary + " · " + formatSeconds(total));
     if (!mayHoldCredentials(text)) {
         QueryLog entry;

@@ -375,6 +375,11 @@ void BuilderPanel::change(const std::function<void(BuilderSpec &)> &edit)
 void BuilderPanel::chooseSource(const QString &table)
 {
     const std::string name = table.toStdString();
+    if (m_session->builder().table == name) {
+        // The same table picked again keeps the query shaped so far; only missing columns load.
+        requestColumns(name);
+        return;
+    }
     change([&name](BuilderSpec &spec) {
         const std::string database = spec.database;
         spec = BuilderSpec {};

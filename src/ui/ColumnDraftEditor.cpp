@@ -98,6 +98,11 @@ void ColumnDraftEditor::addRow(const ColumnDraft &draft)
     row.nullable->setChecked(draft.nullable);
     row.primary = new QCheckBox(QStringLiteral("Primary"));
     row.primary->setChecked(draft.primary);
+    if (!m_growable) {
+        // Adding or changing one column never adds or drops a key, so the box only shows it.
+        row.primary->setEnabled(false);
+        row.primary->setToolTip(QStringLiteral("Change primary keys in the SQL editor."));
+    }
     row.autoIncrement = new QCheckBox(QStringLiteral("Auto increment"));
     row.autoIncrement->setChecked(draft.autoIncrement);
     row.defaultValue = new QLineEdit(QString::fromStdString(draft.defaultValue));

@@ -115,7 +115,10 @@ ConnectionSheet::ConnectionSheet(AppStore &store, const ConnectionProfile &profi
     m_color->setCurrentIndex(m_color->findData(color));
 
     QObject::connect(m_tls, &QComboBox::currentIndexChanged, this, &ConnectionSheet::showTLSMode);
-    QObject::connect(m_password, &RevealablePasswordField::textChanged, this, [this] { m_passwordEdited = true; });
+    QObject::connect(m_password, &RevealablePasswordField::textChanged, this, [this] {
+        m_passwordEdited = true;
+        refreshButtons();
+    });
     QObject::connect(m_test, &QPushButton::clicked, this, &ConnectionSheet::testConnection);
     QObject::connect(m_cancel, &QPushButton::clicked, this, &ConnectionSheet::reject);
     QObject::connect(m_save, &QPushButton::clicked, this, &ConnectionSheet::saveConnection);
@@ -265,12 +268,16 @@ bool ConnectionSheet::isCARowVisible() const
 
 void ConnectionSheet::loadPassword()
 {
+    m_passwordLoading = true;
+    refreshButtons();
     const QPointer<ConnectionSheet> self(this);
     m_store->loadPassword(
         m_profile.id, [self](const std::optional<std::string> &password, const std::optional<std::string> &error) {
             if (!self) {
                 return;
             }
+            self->m_passwordLoading = false;
+            self->refreshButtons();
             if (error) {
                 // The user may type the password again; saving stores the new one.
                 self->m_passwordUnavailable = true;
@@ -306,7 +313,7 @@ void ConnectionSheet::chooseCAFile()
 
 void ConnectionSheet::testConnection()
 {
-    if (m_testing) {
+    if (m_testing || awaitingPassword()) {
         return;
     }
     const ConnectionProfile candidate = profile();
@@ -353,11 +360,11 @@ void ConnectionSheet::finishTest(const QString &message)
 
 void ConnectionSheet::saveConnection()
 {
-    if (m_saving || !m_store) {
+    if (m_saving || !m_store || awaitingPassword()) {
         return;
     }
     m_saving = true;
-    m_save->setEnabled(false);
+    refreshButtons();
     const QPointer<ConnectionSheet> self(this);
     m_store->save(profile(), m_password->text().toStdString(), [self](const std::optional<std::string> &error) {
         if (self) {
@@ -369,7 +376,7 @@ void ConnectionSheet::saveConnection()
 void ConnectionSheet::finishSave(const std::optional<std::string> &error)
 {
     m_saving = false;
-    m_save->setEnabled(true);
+    refreshButtons();
     if (error) {
         setErrorText(QString::fromStdString(*error));
         return;
@@ -406,13 +413,19 @@ void ConnectionSheet::setErrorText(const QString &text)
     Q_EMIT errorTextChanged(text);
 }
 
+void ConnectionSheet::refreshButtons()
+{
+    m_save->setEnabled(!m_saving && !awaitingPassword());
+    m_test->setEnabled(!m_testing && !awaitingPassword());
+}
+
 void ConnectionSheet::setTesting(bool testing)
 {
     if (m_testing == testing) {
         return;
     }
     m_testing = testing;
-    m_test->setEnabled(!testing);
+    refreshButtons();
     Q_EMIT testingChanged(testing);
 }
 

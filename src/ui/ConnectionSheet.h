@@ -79,6 +79,10 @@ private:
     void finishSave(const std::optional<std::string> &error);
     void setErrorText(const QString &text);
     void setTesting(bool testing);
+    // Until the saved password has arrived, an untouched password field is not the password:
+    // saving it would delete the stored one, and a test would try an empty one.
+    bool awaitingPassword() const { return m_passwordLoading && !m_passwordEdited; }
+    void refreshButtons();
 
     QPointer<AppStore> m_store;
     // Fields without an input of their own (the id, and the CA path while it is hidden) live
@@ -89,6 +93,7 @@ private:
     bool m_saving = false;
     bool m_passwordUnavailable = false;
     bool m_passwordEdited = false;
+    bool m_passwordLoading = false;
 
     QLabel *m_title;
     QFormLayout *m_form;

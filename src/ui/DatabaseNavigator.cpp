@@ -231,6 +231,8 @@ QList<QAction *> DatabaseNavigator::tableActions(const std::string &database, co
     QObject::connect(select, &QAction::triggered, this, [this, database, table] {
         if (m_session) {
             m_session->newTab("SELECT * FROM " + SQL::qualified(database, table) + "\nLIMIT 500;", table);
+            // A tab opened behind the data view would look as if nothing happened.
+            m_session->setMode(WorkspaceMode::query);
         }
     });
 

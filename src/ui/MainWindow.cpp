@@ -13,6 +13,7 @@
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
+#include <QKeyEvent>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QStandardPaths>
@@ -30,11 +31,24 @@ namespace
 {
 
 // Sends a standard edit command (undo, cut, copy, paste, selectAll) to the focused widget.
-void sendToFocus(const char *slot)
+// Views without such a slot (the result grid) get the command's key instead, which they handle.
+void sendToFocus(const char *slot, QKeySequence::StandardKey key)
 {
-    if (QWidget *focus = QApplication::focusWidget()) {
-        QMetaObject::invokeMethod(focus, slot);
+    QWidget *focus = QApplication::focusWidget();
+    if (!focus) {
+        return;
     }
+    const QByteArray signature = QByteArray(slot) + "()";
+    if (focus->metaObject()->indexOfMethod(signature.constData()) >= 0) {
+        QMetaObject::invokeMethod(focus, slot);
+        return;
+    }
+    const QKeySequence sequence(key);
+    if (sequence.isEmpty()) {
+        return;
+    }
+    QKeyEvent press(QEvent::KeyPress, sequence[0].key(), sequence[0].keyboardModifiers());
+    QCoreApplication::sendEvent(focus, &press);
 }
 
 } // namespace
@@ -96,11 +110,14 @@ void MainWindow::buildMenus()
     file->addAction(QStringLiteral("Save Query…"), QKeySequence::Save, this, &MainWindow::saveSQL);
 
     QMenu *edit = bar->addMenu(QStringLiteral("Edit"));
-    edit->addAction(QStringLiteral("Undo"), QKeySequence::Undo, this, [] { sendToFocus("undo"); });
-    edit->addAction(QStringLiteral("Cut"), QKeySequence::Cut, this, [] { sendToFocus("cut"); });
-    edit->addAction(QStringLiteral("Copy"), QKeySequence::Copy, this, [] { sendToFocus("copy"); });
-    edit->addAction(QStringLiteral("Paste"), QKeySequence::Paste, this, [] { sendToFocus("paste"); });
-    edit->addAction(QStringLiteral("Select All"), QKeySequence::SelectAll, this, [] { sendToFocus("selectAll"); });
+    edit->addAction(QStringLiteral("Undo"), QKeySequence::Undo, this, [] { sendToFocus("undo", QKeySequence::Undo); });
+    edit->addAction(QStringLiteral("Cut"), QKeySequence::Cut, this, [] { sendToFocus("cut", QKeySequence::Cut); });
+    edit->addAction(QStringLiteral("Copy"), QKeySequence::Copy, this, [] { sendToFocus("copy", QKeySequence::Copy); });
+    edit->addAction(
+        QStringLiteral("Paste"), QKeySequence::Paste, this, [] { sendToFocus("paste", QKeySequence::Paste); });
+    edit->addAction(QStringLiteral("Select All"), QKeySequence::SelectAll, this, [] {
+        sendToFocus("selectAll", QKeySequence::SelectAll);
+    });
 
     QMenu *query = bar->addMenu(QStringLiteral("Query"));
     query->addAction(QStringLiteral("Run Query"), QKeySequence(Qt::CTRL | Qt::Key_Return), this, &MainWindow::runQuery);

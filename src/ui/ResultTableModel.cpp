@@ -1,9 +1,12 @@
 #include "ui/ResultTableModel.h"
 
+#include "session/MainThread.h"
+
 #include <QGuiApplication>
 #include <QPalette>
 #include <algorithm>
 #include <climits>
+#include <utility>
 
 namespace tallowick
 {
@@ -31,7 +34,7 @@ ResultTableModel::ResultTableModel(QObject *parent)
 void ResultTableModel::reload(const QueryResult &result, bool editable)
 {
     beginResetModel();
-    m_result = result;
+    releaseInBackground(std::exchange(m_result, result));
     m_editable = editable;
     endResetModel();
 }

@@ -122,10 +122,16 @@ void RootView::showStoreError()
         QMessageBox::Ok,
         window());
     alert->setAttribute(Qt::WA_DeleteOnClose);
-    QObject::connect(alert, &QMessageBox::finished, this, [this] {
+    QObject::connect(alert, &QMessageBox::finished, this, [this, shown = *m_store->error()] {
         m_errorShown = false;
-        if (m_store) {
+        if (!m_store) {
+            return;
+        }
+        // An error that came while this one was open is shown next, not cleared unseen.
+        if (m_store->error() == shown) {
             m_store->setError(std::nullopt);
+        } else {
+            showStoreError();
         }
     });
     alert->open();

@@ -91,7 +91,9 @@ SQLEditor::SQLEditor(bool readOnly, QWidget *parent)
     , m_editPause(new QTimer(this))
 {
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    font.setPointSizeF(15);
+    // Device-independent pixels, like the grid's 14: as points (20 px at 96 dpi) the script
+    // would tower over its results.
+    font.setPixelSize(15);
     font.setWeight(QFont::Normal);
     setFont(font);
 

@@ -269,6 +269,15 @@ void TestBuilderPanel::choosingTheSourceTableLoadsItsColumns()
     QVERIFY(m_panel->copyButton()->isEnabled());
     QVERIFY(m_panel->openButton()->isEnabled());
 
+    // The same table picked again keeps what was shaped so far.
+    QVERIFY(click(columnToggle(QStringLiteral("orders.total"))));
+    settleForm();
+    const QString shaped = preview();
+    QVERIFY(shaped != base());
+    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("orders")));
+    QVERIFY(settle(*m_session));
+    QCOMPARE(preview(), shaped);
+
     // Another source table starts over with its own columns.
     QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("customers")));
     QVERIFY(settle(*m_session));

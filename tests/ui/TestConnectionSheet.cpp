@@ -371,7 +371,11 @@ void TestConnectionSheet::savedPasswordIsLoadedOnOpening()
         // The keyring's answer comes back through the event loop, which has not run yet.
         sheet->passwordField()->setText(QStringLiteral("typed first"));
     }
+    // Saving the untouched field before the stored password arrives would delete it.
+    QCOMPARE(sheet->saveButton()->isEnabled(), typeBeforeItArrives);
+    QCOMPARE(sheet->testButton()->isEnabled(), typeBeforeItArrives);
     QVERIFY(loaded.wait(serverTimeout));
+    QVERIFY(sheet->saveButton()->isEnabled());
 
     QCOMPARE(sheet->passwordField()->text(), password);
     QCOMPARE(sheet->errorText(), error);

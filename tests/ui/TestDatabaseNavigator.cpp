@@ -354,6 +354,7 @@ void TestDatabaseNavigator::selectInNewTabDoublesTheBackQuote()
 {
     QVERIFY(expand(m_shop->name()));
     const std::size_t tabsBefore = m_session->tabs().size();
+    m_session->setMode(WorkspaceMode::data);
     QMenu *menu = contextMenu(m_shop->name(), "we`ird");
     QVERIFY(menu);
     menuAction(menu, QStringLiteral("SELECT in new tab"))->trigger();
@@ -364,6 +365,7 @@ void TestDatabaseNavigator::selectInNewTabDoublesTheBackQuote()
     QCOMPARE(tab.title, std::string("we`ird"));
     QCOMPARE(tab.sql, "SELECT * FROM `" + m_shop->name() + "`.`we``ird`\nLIMIT 500;");
     QCOMPARE(m_session->activeTab(), tab.id);
+    QCOMPARE(m_session->mode(), WorkspaceMode::query);
 
     // The server reads it as the table it names.
     m_session->run();

@@ -1,6 +1,7 @@
 #include "session/ServerSession.h"
 #include "store/AppStore.h"
 #include "support/SessionHarness.h"
+#include "support/WidgetDriving.h"
 #include "ui/ConnectionRow.h"
 #include "ui/ConnectionSheet.h"
 #include "ui/MainWindow.h"
@@ -9,9 +10,13 @@
 #include "ui/Sidebar.h"
 #include "ui/WelcomeView.h"
 
+#include <QClipboard>
 #include <QCloseEvent>
+#include <QGuiApplication>
 #include <QLineEdit>
 #include <QMenuBar>
+#include <QStandardItemModel>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -60,6 +65,7 @@ private Q_SLOTS:
     void duplicateOpensTheSheetWithACopy();
     void welcomePageUntilASessionIsActive();
     void closingAsksWhileAQueryRuns();
+    void editCopyReachesAViewWithoutACopySlot();
 };
 
 void TestMainWindow::menusInOrderWithShortcuts()
@@ -209,6 +215,29 @@ void TestMainWindow::closingAsksWhileAQueryRuns()
     QVERIFY(settle(*session));
     QVERIFY(fixture.window.close()); // idle and nothing unsaved: closes without asking
     QCOMPARE(fixture.harness.prompts.asked.size(), std::size_t(1));
+}
+
+// The grid copies on its own key, not through a slot: the menu item must still reach it.
+void TestMainWindow::editCopyReachesAViewWithoutACopySlot()
+{
+    WindowFixture fixture;
+    QStandardItemModel model(1, 1);
+    model.setItem(0, 0, new QStandardItem(QStringLiteral("cell text")));
+    QTableView view;
+    view.setModel(&model);
+    view.show();
+    view.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&view));
+    view.setFocus();
+    view.setCurrentIndex(model.index(0, 0));
+    QGuiApplication::clipboard()->setText(QStringLiteral("before"));
+
+    QAction *edit = actionTitled(fixture.window.menuBar()->actions(), QStringLiteral("Edit"));
+    QVERIFY(edit);
+    QAction *copy = actionTitled(edit->menu()->actions(), QStringLiteral("Copy"));
+    QVERIFY(copy);
+    copy->trigger();
+    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("cell text"));
 }
 
 QTEST_MAIN(TestMainWindow)
