@@ -13,6 +13,9 @@
 #include <QIcon>
 #include <QPixmap>
 #include <QScreen>
+#include <QThread>
+#include <QThreadPool>
+#include <algorithm>
 
 namespace tallowick
 {
@@ -25,6 +28,9 @@ int runDesktop(int &argc, char **argv)
     QApplication::setDesktopFileName(QStringLiteral("tallowick"));
     QApplication::setWindowIcon(QIcon(QPixmap::fromImage(drawAppIcon())));
     applyLightTheme(app);
+    // The shared pool carries cancels, connection tests and keyring lookups, and a lookup may
+    // wait on an unlock prompt; on a two-core machine two such waits must not hold back a cancel.
+    QThreadPool::globalInstance()->setMaxThreadCount(std::max(8, QThread::idealThreadCount()));
 
     QtKeychainStore secretStore;
     Keychain keychain(secretStore, CredentialMemoryCache::shared());

@@ -12,12 +12,14 @@ namespace tallowick
 //
 // QtKeychain's jobs belong to the thread of the application object, so each call hands its job
 // to that thread and waits for the answer on the calling thread, which must be a background
-// thread. A keyring that does not answer within `timeout` (no Secret Service running, a bus that
-// never replies) is reported as a failure instead of a hang.
+// thread. A keyring that does not answer within `timeout` (a bus that never replies) is reported
+// as a failure instead of a hang. With no Secret Service at all the answer is an error within
+// milliseconds; the default bound is long because a locked keyring asks the user to unlock it,
+// and that prompt is answered inside this wait.
 class QtKeychainStore final : public SecretStore
 {
 public:
-    explicit QtKeychainStore(std::chrono::milliseconds timeout = std::chrono::seconds(10));
+    explicit QtKeychainStore(std::chrono::milliseconds timeout = std::chrono::seconds(90));
 
     SecretOutcome read(const std::string &account) override;
     SecretOutcome write(const std::string &account, const std::string &data) override;
