@@ -57,12 +57,9 @@ class TestBuilderSpec final : public QObject
 private Q_SLOTS:
     void columnReference_data();
     void columnReference();
-    void columnExpression_data();
     void columnExpression();
     void build_data();
     void build();
-    void filterCondition_data();
-    void filterCondition();
     void refuses_data();
     void refuses();
     void finiteNumberText_data();
@@ -74,7 +71,6 @@ void TestBuilderSpec::columnReference_data()
     QTest::addColumn<QByteArray>("reference");
     QTest::addColumn<QByteArray>("expected");
 
-    QTest::newRow("orders.customer_id") << QByteArray("orders.customer_id") << QByteArray("`orders`.`customer_id`");
     QTest::newRow("id (no dot)") << QByteArray("id") << QByteArray("`id`");
     QTest::newRow("shop.orders.id (second dot stays)")
         << QByteArray("shop.orders.id") << QByteArray("`shop`.`orders.id`");
@@ -84,7 +80,6 @@ void TestBuilderSpec::columnReference_data()
     QTest::newRow("a..b") << QByteArray("a..b") << QByteArray("`a`.`.b`");
     QTest::newRow("a.") << QByteArray("a.") << QByteArray("`a`");
     QTest::newRow(".") << QByteArray(".") << QByteArray("");
-    QTest::newRow("empty") << QByteArray("") << QByteArray("");
 }
 
 void TestBuilderSpec::columnReference()
@@ -94,39 +89,19 @@ void TestBuilderSpec::columnReference()
     QCOMPARE(QByteArray::fromStdString(BuilderSpec::column(reference.toStdString())), expected);
 }
 
-void TestBuilderSpec::columnExpression_data()
-{
-    QTest::addColumn<QByteArray>("table");
-    QTest::addColumn<QByteArray>("name");
-    QTest::addColumn<QByteArray>("aggregate");
-    QTest::addColumn<QByteArray>("expected");
-
-    QTest::newRow("plain") << QByteArray("orders") << QByteArray("total") << QByteArray()
-                           << QByteArray("`orders`.`total`");
-    QTest::newRow("SUM") << QByteArray("orders") << QByteArray("total") << QByteArray("SUM")
-                         << QByteArray("SUM(`orders`.`total`)");
-    QTest::newRow("dot in a name is not a separator")
-        << QByteArray("a.b") << QByteArray("c") << QByteArray() << QByteArray("`a.b`.`c`");
-    QTest::newRow("back-quotes doubled in both parts")
-        << QByteArray("t`") << QByteArray("`c") << QByteArray("COUNT") << QByteArray("COUNT(`t```.```c`)");
-}
-
+// Table and name are quoted apart, so a dot inside either stays part of the name.
 void TestBuilderSpec::columnExpression()
 {
-    QFETCH(QByteArray, table);
-    QFETCH(QByteArray, name);
-    QFETCH(QByteArray, aggregate);
-    QFETCH(QByteArray, expected);
-    const BuilderColumn column { table.toStdString(), name.toStdString(), aggregate.toStdString() };
-    QCOMPARE(QByteArray::fromStdString(column.expression()), expected);
+    const BuilderColumn dotted { "a.b", "c", "" };
+    const BuilderColumn quoted { "t`", "`c", "COUNT" };
+    QCOMPARE(QByteArray::fromStdString(dotted.expression()), QByteArray("`a.b`.`c`"));
+    QCOMPARE(QByteArray::fromStdString(quoted.expression()), QByteArray("COUNT(`t```.```c`)"));
 }
 
 void TestBuilderSpec::build_data()
 {
     QTest::addColumn<BuilderSpec>("query");
     QTest::addColumn<QByteArray>("expected");
-
-    QTest::newRow("defaults") << orders() << QByteArray("SELECT `orders`.*\nFROM `shop`.`orders`\nLIMIT 500;");
 
     BuilderSpec quoted;
     quoted.database = "sh`op";
@@ -176,6 +151,27 @@ void TestBuilderSpec::build_data()
                       "INNER JOIN `shop`.`customers`\n  ON `orders`.`customer_id` = `customers`.`id`\n"
                       "RIGHT JOIN `shop`.`regions`\n  ON `customers`.`region_id` = `regions`.`id`\n"
                       "LIMIT 100000;");
+
+    // One filter each: names are back-quoted, text is quoted, a number goes in as typed.
+    const auto filtered = [](const BuilderFilter &condition) {
+        BuilderSpec query = orders();
+        query.filters = { condition };
+        return query;
+    };
+    const auto where = [](const char *condition) {
+        return "SELECT `orders`.*\nFROM `shop`.`orders`\nWHERE " + QByteArray(condition) + "\nLIMIT 500;";
+    };
+    QTest::newRow("NOT LIKE") << filtered(filter("customers.name", "NOT LIKE", "%x"))
+                              << where("`customers`.`name` NOT LIKE '%x'");
+    QTest::newRow("!= empty text") << filtered(filter("orders.note", "!=", "")) << where("`orders`.`note` != ''");
+    QTest::newRow("text with an apostrophe goes as hex")
+        << filtered(filter("customers.name", "=", "O'Brien"))
+        << where("`customers`.`name` = CONVERT(X'4f27427269656e' USING utf8mb4)");
+    QTest::newRow("numeric inserted as typed")
+        << filtered(filter("orders.total", ">", "-3.50", true)) << where("`orders`.`total` > -3.50");
+    QTest::newRow("IS NOT NULL skips the number check")
+        << filtered(filter("orders.total", "IS NOT NULL", "not a number", true))
+        << where("`orders`.`total` IS NOT NULL");
 }
 
 void TestBuilderSpec::build()
@@ -185,98 +181,52 @@ void TestBuilderSpec::build()
     QCOMPARE(QByteArray::fromStdString(query.build()), expected);
 }
 
-void TestBuilderSpec::filterCondition_data()
-{
-    QTest::addColumn<BuilderFilter>("filter");
-    QTest::addColumn<QByteArray>("condition");
-
-    QTest::newRow("LIKE A%") << filter("customers.name", "LIKE", "A%") << QByteArray("`customers`.`name` LIKE 'A%'");
-    QTest::newRow("NOT LIKE") << filter("customers.name", "NOT LIKE", "%x")
-                              << QByteArray("`customers`.`name` NOT LIKE '%x'");
-    QTest::newRow("!= empty text") << filter("orders.note", "!=", "") << QByteArray("`orders`.`note` != ''");
-    QTest::newRow("text with an apostrophe goes as hex")
-        << filter("customers.name", "=", "O'Brien")
-        << QByteArray("`customers`.`name` = CONVERT(X'4f27427269656e' USING utf8mb4)");
-    QTest::newRow("text that looks like injection")
-        << filter("orders.id", "<", "1 OR 1=1") << QByteArray("`orders`.`id` < '1 OR 1=1'");
-    QTest::newRow("numeric inserted as typed")
-        << filter("orders.total", ">", "-3.50", true) << QByteArray("`orders`.`total` > -3.50");
-    QTest::newRow("numeric with exponent")
-        << filter("orders.total", "<=", "1e3", true) << QByteArray("`orders`.`total` <= 1e3");
-    QTest::newRow("IS NULL ignores the value")
-        << filter("orders.note", "IS NULL", "x") << QByteArray("`orders`.`note` IS NULL");
-    QTest::newRow("IS NOT NULL skips the number check")
-        << filter("orders.total", "IS NOT NULL", "not a number", true) << QByteArray("`orders`.`total` IS NOT NULL");
-}
-
-void TestBuilderSpec::filterCondition()
-{
-    QFETCH(BuilderFilter, filter);
-    QFETCH(QByteArray, condition);
-    BuilderSpec query = orders();
-    query.filters = { filter };
-    QCOMPARE(QByteArray::fromStdString(query.build()),
-        "SELECT `orders`.*\nFROM `shop`.`orders`\nWHERE " + condition + "\nLIMIT 500;");
-}
-
 void TestBuilderSpec::refuses_data()
 {
     QTest::addColumn<BuilderSpec>("query");
     QTest::addColumn<QString>("message");
 
-    const QString noTable = QStringLiteral("Choose a table to build a query.");
     const QString incompleteJoin = QStringLiteral("Complete the table and both columns for each join.");
     const QString joinKind = QStringLiteral("Unsupported join type.");
     const QString operatorMessage = QStringLiteral("Unsupported filter operator.");
     const QString limitMessage = QStringLiteral("The row limit must be between 1 and 100,000.");
+    const auto withJoins = [](std::vector<BuilderJoin> joins) {
+        BuilderSpec query = orders();
+        query.joins = std::move(joins);
+        return query;
+    };
 
     BuilderSpec noBase = orders();
     noBase.table.clear();
     noBase.limit = 0;
-    QTest::newRow("no base table (before the limit)") << noBase << noTable;
+    QTest::newRow("no base table (before the limit)") << noBase << QStringLiteral("Choose a table to build a query.");
 
-    BuilderSpec noJoinTable = orders();
-    noJoinTable.joins = { join("LEFT JOIN", "", "orders.customer_id", "customers.id") };
-    QTest::newRow("join without table") << noJoinTable << incompleteJoin;
-    BuilderSpec noLeft = orders();
-    noLeft.joins = { join("LEFT JOIN", "customers", "", "customers.id") };
-    QTest::newRow("join without left column") << noLeft << incompleteJoin;
-    BuilderSpec noRight = orders();
-    noRight.joins = { join("LEFT JOIN", "customers", "orders.customer_id", "") };
-    QTest::newRow("join without right column") << noRight << incompleteJoin;
+    QTest::newRow("join without table") << withJoins({ join("LEFT JOIN", "", "orders.customer_id", "customers.id") })
+                                        << incompleteJoin;
+    QTest::newRow("join without left column")
+        << withJoins({ join("LEFT JOIN", "customers", "", "customers.id") }) << incompleteJoin;
+    QTest::newRow("join without right column")
+        << withJoins({ join("LEFT JOIN", "customers", "orders.customer_id", "") }) << incompleteJoin;
+    QTest::newRow("left join in lower case")
+        << withJoins({ join("left join", "customers", "orders.customer_id", "customers.id") }) << joinKind;
+    QTest::newRow("first bad join wins") << withJoins(
+        { join("FULL JOIN", "customers", "orders.customer_id", "customers.id"), join("LEFT JOIN", "", "", "") })
+                                         << joinKind;
 
-    BuilderSpec cross = orders();
-    cross.joins = { join("CROSS JOIN", "customers", "orders.customer_id", "customers.id") };
-    QTest::newRow("CROSS JOIN") << cross << joinKind;
-    BuilderSpec lowerKind = orders();
-    lowerKind.joins = { join("left join", "customers", "orders.customer_id", "customers.id") };
-    QTest::newRow("left join in lower case") << lowerKind << joinKind;
-    BuilderSpec kindFirst = orders();
-    kindFirst.joins
-        = { join("FULL JOIN", "customers", "orders.customer_id", "customers.id"), join("LEFT JOIN", "", "", "") };
-    QTest::newRow("first bad join wins") << kindFirst << joinKind;
-
-    for (const char *operation : { "==", "like", "LIKE ANY", "IS  NULL", "" }) {
+    for (const char *operation : { "like", "IS  NULL", "" }) {
         BuilderSpec bad = orders();
         bad.filters = { filter("orders.id", operation, "1") };
         QTest::addRow("operator \"%s\"", operation) << bad << operatorMessage;
     }
 
-    for (const char *value : { "0 OR 1=1", "", " 1", "1 ", "NaN", "inf", "1e400", "1,5" }) {
-        BuilderSpec bad = orders();
-        bad.filters = { filter("orders.total", ">", value, true) };
-        QTest::addRow("numeric value \"%s\"", value) << bad << QStringLiteral("Enter a valid number for orders.total.");
-    }
-
-    for (const std::int64_t limit : { std::int64_t(0), std::int64_t(-1), std::int64_t(100001) }) {
+    for (const std::int64_t limit : { std::int64_t(0), std::int64_t(100001) }) {
         BuilderSpec bad = orders();
         bad.limit = limit;
         QTest::addRow("limit %lld", static_cast<long long>(limit)) << bad << limitMessage;
     }
 
     // The first failure in statement order is the one reported.
-    BuilderSpec everything = orders();
-    everything.joins = { join("LEFT JOIN", "customers", "", "") };
+    BuilderSpec everything = withJoins({ join("LEFT JOIN", "customers", "", "") });
     everything.filters = { filter("orders.id", "~", "1") };
     everything.limit = 0;
     QTest::newRow("join before filter before limit") << everything << incompleteJoin;
@@ -294,38 +244,23 @@ void TestBuilderSpec::refuses()
     QCOMPARE(thrownMessage([&] { query.build(); }), message);
 }
 
+// The value goes into the SQL as typed, so it must be a whole finite number and nothing else.
 void TestBuilderSpec::finiteNumberText_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<bool>("finite");
 
-    for (const char *text : { "0", "42", "-3.5", "+7", ".5", "5.", "1e3", "1E-3", "-0", "0x1A", "1e-400" }) {
+    for (const char *text : { "-3.5", "+7", ".5", "5.", "1E-3", "0x1A", "1e-400" }) {
         QTest::addRow("%s", text) << QByteArray(text) << true;
     }
-    for (const char *text : { "nan",
-             "NaN",
-             "-nan",
-             "inf",
-             "-Infinity",
-             "INF",
-             "1e400",
-             "-1e400",
-             "0 OR 1=1",
-             "1,5",
-             "1.2.3",
-             "abc",
-             "--1",
-             "1e",
-             "0x",
-             "1;" }) {
+    for (const char *text : { "NaN", "-Infinity", "INF", "1e400", "0 OR 1=1", "1,5", "abc", "1e", "0x" }) {
         QTest::addRow("%s", text) << QByteArray(text) << false;
     }
-    // The value goes into the SQL as typed, so blanks around it must not be ignored.
+    // Blanks around it must not be ignored.
     QTest::newRow("empty") << QByteArray() << false;
     QTest::newRow("leading blank") << QByteArray(" 1") << false;
-    QTest::newRow("trailing blank") << QByteArray("1 ") << false;
     QTest::newRow("leading tab") << QByteArray("\t1") << false;
-    QTest::newRow("trailing line feed") << QByteArray("1\n") << false;
+    QTest::newRow("trailing blank") << QByteArray("1 ") << false;
     QTest::newRow("leading NBSP") << QByteArray("\u00a01") << false;
 }
 

@@ -20,12 +20,10 @@ private Q_SLOTS:
 
     void rowCap_data();
     void rowCap();
-    void statementsWithoutResultSet_data();
     void statementsWithoutResultSet();
     void serverErrorKeepsConnectionUsable();
     void cellValues_data();
     void cellValues();
-    void invalidUtf8InTextColumn_data();
     void invalidUtf8InTextColumn();
     void fieldMetadata_data();
     void fieldMetadata();
@@ -50,15 +48,9 @@ void TestQueryResults::initTestCase()
         m_scratch->run("CREATE TABLE orders (id INT PRIMARY KEY, customer_id INT NOT NULL)");
         m_scratch->run("INSERT INTO customers VALUES (1, 'Ada', NULL)");
         m_scratch->run("INSERT INTO orders VALUES (10, 1)");
-        m_scratch->run("CREATE TABLE described ("
-                       " id INT NOT NULL PRIMARY KEY COMMENT 'row key',"
-                       " plain VARCHAR(20) NULL,"
-                       " empty_default VARCHAR(20) NOT NULL DEFAULT '',"
-                       " price DECIMAL(5,2) DEFAULT 1.50,"
-                       " doubled INT AS (id * 2) VIRTUAL,"
-                       " tripled INT AS (id * 3) STORED,"
-                       " created TIMESTAMP NOT NULL DEFAULT CURRENT_TIMESTAMP,"
-                       " words TEXT COLLATE utf8mb4_bin)");
+        m_scratch->run("CREATE TABLE described (id INT NOT NULL PRIMARY KEY COMMENT 'row key', plain VARCHAR(20) NULL,"
+                       " empty_default VARCHAR(20) NOT NULL DEFAULT '', doubled INT AS (id * 2) VIRTUAL,"
+                       " created TIMESTAMP NOT NULL DEFAULT CURRENT_TIMESTAMP)");
     } catch (const AppError &error) {
         QFAIL(error.what());
     }
@@ -79,11 +71,8 @@ void TestQueryResults::rowCap_data()
 
     QTest::newRow("3 rows, maxRows 0") << 3 << qint64(0) << 0 << true << "0 rows · display limit reached";
     QTest::newRow("no rows, maxRows 0") << 0 << qint64(0) << 0 << false << "0 rows";
-    QTest::newRow("2 rows, maxRows -1") << 2 << qint64(-1) << 0 << true << "0 rows · display limit reached";
     QTest::newRow("3 rows, maxRows 3") << 3 << qint64(3) << 3 << false << "3 rows";
     QTest::newRow("4 rows, maxRows 3") << 4 << qint64(3) << 3 << true << "3 rows · display limit reached";
-    QTest::newRow("12000 rows, default cap")
-        << 12000 << qint64(MySQLConnection::defaultMaxRows) << 10000 << true << "10000 rows · display limit reached";
 }
 
 void TestQueryResults::rowCap()
@@ -95,7 +84,7 @@ void TestQueryResults::rowCap()
     QFETCH(QString, message);
 
     const QueryResult result
-        = connection().query("SELECT seq FROM seq_1_to_200000 WHERE seq <= " + std::to_string(available), maxRows);
+        = connection().query("SELECT seq FROM seq_1_to_10 WHERE seq <= " + std::to_string(available), maxRows);
     QCOMPARE(result.fields.size(), 1u);
     QCOMPARE(result.rows.size(), std::size_t(kept));
     for (int i = 0; i < kept; ++i) {
@@ -110,31 +99,17 @@ void TestQueryResults::rowCap()
     QCOMPARE(scalar(connection(), "SELECT 'next'"), Cell("next"));
 }
 
-void TestQueryResults::statementsWithoutResultSet_data()
-{
-    QTest::addColumn<QString>("statement");
-    QTest::addColumn<quint64>("affected");
-
-    QTest::newRow("CREATE TABLE") << "CREATE TABLE counted (id INT PRIMARY KEY, v INT)" << quint64(0);
-    QTest::newRow("INSERT of three rows") << "INSERT INTO counted VALUES (1, 0), (2, 0), (3, 5)" << quint64(3);
-    // The connection counts matched rows: the row already holding 5 still counts.
-    QTest::newRow("UPDATE matching three, changing two") << "UPDATE counted SET v = 5" << quint64(3);
-    QTest::newRow("DELETE of one row") << "DELETE FROM counted WHERE id = 2" << quint64(1);
-}
-
 void TestQueryResults::statementsWithoutResultSet()
 {
-    // The rows build on each other, in order: table, rows, update, delete.
-    QFETCH(QString, statement);
-    QFETCH(quint64, affected);
-
-    const QueryResult result = connection().query(statement.toStdString());
-    QVERIFY(result.fields.empty());
-    QVERIFY(result.rows.empty());
-    QVERIFY(!result.truncated);
-    QCOMPARE(result.affected, affected);
-    QCOMPARE(QString::fromStdString(result.message), QString::number(affected) + " rows affected");
-    QCOMPARE(QString::fromStdString(result.statement), statement);
+    connection().query("CREATE TABLE counted (id INT PRIMARY KEY, v INT)");
+    connection().query("INSERT INTO counted VALUES (1, 0), (2, 0), (3, 5)");
+    // The connection counts matched rows: the row already holding 5 still counts.
+    const std::string update = "UPDATE counted SET v = 5";
+    const QueryResult result = connection().query(update);
+    QVERIFY(result.fields.empty() && result.rows.empty() && !result.truncated);
+    QCOMPARE(result.affected, std::uint64_t(3));
+    QCOMPARE(QString::fromStdString(result.message), QStringLiteral("3 rows affected"));
+    QCOMPARE(result.statement, update);
 }
 
 void TestQueryResults::serverErrorKeepsConnectionUsable()
@@ -152,13 +127,9 @@ void TestQueryResults::cellValues_data()
     QTest::addColumn<Cell>("shown");
 
     // clang-format off
-    QTest::newRow("VARCHAR ''") << "VARCHAR(10)" << "''" << false << Cell("");
     QTest::newRow("VARCHAR 'NULL' is text") << "VARCHAR(10)" << "'NULL'" << false << Cell("NULL");
     QTest::newRow("TEXT with NUL and U+1F9F9") << "TEXT" << "X'6100F09FA7B9'" << false
                                                << Cell(std::string("a\0\xF0\x9F\xA7\xB9", 6));
-    QTest::newRow("DECIMAL(5,2) 1.5") << "DECIMAL(5,2)" << "1.5" << false << Cell("1.50");
-    QTest::newRow("VARBINARY ''") << "VARBINARY(10)" << "X''" << true << Cell("0x");
-    QTest::newRow("VARBINARY holding text 'ab'") << "VARBINARY(10)" << "'ab'" << true << Cell("0x6162");
     QTest::newRow("BINARY(3) padded") << "BINARY(3)" << "X'41'" << true << Cell("0x410000");
     QTest::newRow("BLOB [DE AD BE EF]") << "BLOB" << "X'DEADBEEF'" << true << Cell("0xDEADBEEF");
     QTest::newRow("BIT(8) b'10000001'") << "BIT(8)" << "b'10000001'" << true << Cell("0x81");
@@ -183,36 +154,18 @@ void TestQueryResults::cellValues()
     QCOMPARE(result.rows[0][0], shown);
 }
 
-void TestQueryResults::invalidUtf8InTextColumn_data()
-{
-    QTest::addColumn<QString>("resultCharacterSet");
-    QTest::addColumn<QString>("stored");
-    QTest::addColumn<Cell>("shown");
-
-    // A latin1 column read without result conversion arrives as raw latin1 bytes under a
-    // non-binary character set: text that is not UTF-8.
-    // clang-format off
-    QTest::newRow("A [E9] B converted to utf8mb4") << "utf8mb4" << "X'41E942'" << Cell("A\u00E9B");
-    QTest::newRow("A [E9] B unconverted") << "NULL" << "X'41E942'" << Cell("A\uFFFDB");
-    QTest::newRow("[F0 9F A7] unconverted: one truncated sequence") << "NULL" << "X'F09FA7'" << Cell("\uFFFD");
-    QTest::newRow("[C3 A9] unconverted: valid UTF-8 by chance") << "NULL" << "X'C3A9'" << Cell("\u00E9");
-    // clang-format on
-}
-
+// A latin1 column read without result conversion arrives as raw latin1 bytes under a non-binary
+// character set: text that is not UTF-8.
 void TestQueryResults::invalidUtf8InTextColumn()
 {
-    QFETCH(QString, resultCharacterSet);
-    QFETCH(QString, stored);
-    QFETCH(Cell, shown);
-
-    connection().query("DROP TABLE IF EXISTS legacy");
     connection().query("CREATE TABLE legacy (c VARCHAR(10) CHARACTER SET latin1)");
-    connection().query("INSERT INTO legacy VALUES (" + stored.toStdString() + ")");
-    connection().query("SET SESSION character_set_results = " + resultCharacterSet.toStdString());
+    connection().query("INSERT INTO legacy VALUES (X'41E942')");
+    QCOMPARE(scalar(connection(), "SELECT c FROM legacy"), Cell("A\u00E9B"));
+    connection().query("SET SESSION character_set_results = NULL");
     const QueryResult result = connection().query("SELECT c FROM legacy");
     connection().query("SET NAMES utf8mb4");
-    QVERIFY(!result.fields[0].binary);
-    QCOMPARE(result.rows[0][0], shown);
+    QVERIFY(!result.fields.at(0).binary);
+    QCOMPARE(result.rows.at(0).at(0), Cell("A\uFFFDB"));
 }
 
 void TestQueryResults::fieldMetadata_data()
@@ -223,8 +176,6 @@ void TestQueryResults::fieldMetadata_data()
 
     const QString join = "SELECT o.id, c.name AS who, c.note FROM orders o JOIN customers c ON c.id = o.customer_id";
     // clang-format off
-    QTest::newRow("c.id AS k FROM customers c") << "SELECT c.id AS k FROM customers c" << 0
-        << "k = db.customers.id via c, type 3, primary";
     QTest::newRow("join: o.id") << join << 0 << "id = db.orders.id via o, type 3, primary";
     QTest::newRow("join: c.name AS who") << join << 1 << "who = db.customers.name via c, type 253";
     QTest::newRow("join: c.note") << join << 2 << "note = db.customers.note via c, type 253, nullable";
@@ -261,14 +212,10 @@ void TestQueryResults::columnDescriptions_data()
         << "plain varchar(20) NULL, default -, collation 'utf8mb4_general_ci', extra '', comment ''";
     QTest::newRow("DEFAULT '': empty, not absent") << 2
         << "empty_default varchar(20) NOT NULL, default '', collation 'utf8mb4_general_ci', extra '', comment ''";
-    QTest::newRow("DECIMAL DEFAULT 1.50") << 3
-        << "price decimal(5,2) NULL, default '1.50', collation -, extra '', comment ''";
-    QTest::newRow("VIRTUAL generated") << 4
+    QTest::newRow("VIRTUAL generated") << 3
         << "doubled int(11) NULL, default -, collation -, extra 'VIRTUAL GENERATED', comment '', generated";
-    QTest::newRow("DEFAULT CURRENT_TIMESTAMP is not generated") << 6
+    QTest::newRow("DEFAULT CURRENT_TIMESTAMP is not generated") << 4
         << "created timestamp NOT NULL, default 'current_timestamp()', collation -, extra '', comment ''";
-    QTest::newRow("TEXT with its own collation") << 7
-        << "words text NULL, default -, collation 'utf8mb4_bin', extra '', comment ''";
     // clang-format on
 }
 
@@ -278,7 +225,7 @@ void TestQueryResults::columnDescriptions()
     QFETCH(QString, expected);
 
     const std::vector<ColumnInfo> columns = connection().columns(m_scratch->name(), "described");
-    QCOMPARE(columns.size(), 8u);
+    QCOMPARE(columns.size(), 5u);
     const ColumnInfo &column = columns[std::size_t(position)];
     // An absent value prints as "-", so a lost NULL default cannot pass as an empty one.
     const auto optional = [](const Cell &value) { return value ? "'" + *value + "'" : std::string("-"); };

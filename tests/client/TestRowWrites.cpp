@@ -6,6 +6,7 @@
 
 #include <QTest>
 #include <QUuid>
+#include <map>
 #include <memory>
 #include <random>
 
@@ -17,15 +18,21 @@ namespace
 
 const QString staleEdit
     = QStringLiteral("The row was changed or deleted by another session. Refresh before editing it again.");
-const QString notEditable = QStringLiteral("Calculated columns and binary values are read-only.");
 const QString rowGone = QStringLiteral("That result row is no longer available.");
 const QString noKeyForEdit = QStringLiteral("This table has no primary key. Add one before editing cells in the grid.");
 
-// One line per row of `w`, so a test sees at once which rows an edit touched.
-const std::string wState
-    = "SELECT GROUP_CONCAT(id, ':', COALESCE(txt, 'NULL'), ':', COALESCE(amount, 'NULL') ORDER BY id) FROM w";
-const std::string peopleState = "SELECT GROUP_CONCAT(id, ':', name ORDER BY id) FROM people";
-const std::string itemsState = "SELECT GROUP_CONCAT(tenant, ':', id, ':', label ORDER BY tenant, id) FROM items";
+// A table's rows on one line, so a test sees at once which rows a write touched.
+std::string state(const QString &table)
+{
+    static const std::map<QString, std::string> queries {
+        { "w",
+            "SELECT GROUP_CONCAT(id, ':', COALESCE(txt, 'NULL'), ':', COALESCE(amount, 'NULL') ORDER BY id) FROM w" },
+        { "people", "SELECT GROUP_CONCAT(id, ':', name ORDER BY id) FROM people" },
+        { "names", "SELECT GROUP_CONCAT(name ORDER BY name SEPARATOR '|') FROM names" },
+        { "items", "SELECT GROUP_CONCAT(tenant, ':', id, ':', label ORDER BY tenant, id) FROM items" },
+    };
+    return queries.at(table);
+}
 
 } // namespace
 
@@ -40,12 +47,6 @@ private Q_SLOTS:
 
     void updateCell_data();
     void updateCell();
-    void unchangedValueSendsNothing_data();
-    void unchangedValueSendsNothing();
-    void editsAgainstAnotherSession_data();
-    void editsAgainstAnotherSession();
-    void keyMaterial_data();
-    void keyMaterial();
     void refusedWrites_data();
     void refusedWrites();
     void deleteRow_data();
@@ -82,7 +83,6 @@ void TestRowWrites::initTestCase()
         m_scratch->run("CREATE TABLE names (name VARCHAR(20) PRIMARY KEY)");
         m_scratch->run("CREATE TABLE nopk (a INT, b VARCHAR(10))");
         m_scratch->run("CREATE TABLE gen (id INT PRIMARY KEY, a INT, g INT AS (a * 2) VIRTUAL)");
-        m_scratch->run("CREATE TABLE bin (id INT PRIMARY KEY, b VARBINARY(10))");
     } catch (const AppError &error) {
         QFAIL(error.what());
     }
@@ -103,7 +103,7 @@ void TestRowWrites::cleanupTestCase()
 
 void TestRowWrites::resetTables()
 {
-    for (const char *table : { "w", "people", "items", "names", "nopk", "gen", "bin" }) {
+    for (const char *table : { "w", "people", "items", "names", "nopk", "gen" }) {
         connection().query(std::string("DELETE FROM ") + table);
     }
     connection().query("INSERT INTO w VALUES (1, 'old', 1.50), (2, 'other', 9.99)");
@@ -112,139 +112,67 @@ void TestRowWrites::resetTables()
     connection().query("INSERT INTO names VALUES ('O''Brien'), ('a\\\\b'), ('plain')");
     connection().query("INSERT INTO nopk VALUES (1, 'x')");
     connection().query("INSERT INTO gen (id, a) VALUES (1, 2)");
-    connection().query("INSERT INTO bin VALUES (1, X'01')");
 }
 
 void TestRowWrites::updateCell_data()
 {
-    QTest::addColumn<QString>("initial"); // SQL that sets row 1 of w before the grid reads it
-    QTest::addColumn<int>("column"); // 1 txt, 2 amount
+    QTest::addColumn<QString>("before"); // run by this session before the grid is read
+    QTest::addColumn<QString>("select");
+    QTest::addColumn<QString>("elsewhere"); // run by another session after the grid was read
+    QTest::addColumn<int>("column");
     QTest::addColumn<Cell>("value");
-    QTest::addColumn<Cell>("expected"); // the whole table afterwards
+    QTest::addColumn<QString>("error");
+    QTest::addColumn<QString>("table"); // whose rows are compared afterwards
+    QTest::addColumn<Cell>("expected");
 
-    // Plain edits, '' versus NULL and quotes in the new value are among the built-in integration
-    // checks; these rows are about the value the row is matched by.
+    // Plain edits, '' versus NULL, quotes in the new value, a value changed elsewhere, self-joins
+    // and composite keys are among the built-in integration checks; these rows are about how the
+    // row is matched.
+    const QString w = "SELECT id, txt, amount FROM w ORDER BY id";
     const QString none;
+    const QString saved = "(no error)";
     // clang-format off
-    QTest::newRow("txt NULL to 'set'") << "UPDATE w SET txt = NULL WHERE id = 1" << 1 << Cell("set")
-                                       << Cell("1:set:1.50,2:other:9.99");
-    QTest::newRow("txt NULL to ''") << "UPDATE w SET txt = NULL WHERE id = 1" << 1 << Cell("")
-                                    << Cell("1::1.50,2:other:9.99");
-    QTest::newRow("txt with apostrophe to plain") << "UPDATE w SET txt = 'it''s' WHERE id = 1" << 1 << Cell("its")
-                                                  << Cell("1:its:1.50,2:other:9.99");
+    QTest::newRow("txt NULL to ''") << "UPDATE w SET txt = NULL WHERE id = 1" << w << none << 1 << Cell("") << saved
+                                    << "w" << Cell("1::1.50,2:other:9.99");
+    QTest::newRow("txt with apostrophe to plain") << "UPDATE w SET txt = 'it''s' WHERE id = 1" << w << none << 1
+        << Cell("its") << saved << "w" << Cell("1:its:1.50,2:other:9.99");
     // The grid shows 1.50; "1.5" is the same number, so nothing changes but the row still matches.
-    QTest::newRow("amount 1.50 to '1.5'") << none << 2 << Cell("1.5") << Cell("1:old:1.50,2:other:9.99");
+    QTest::newRow("amount 1.50 to '1.5'") << none << w << none << 2 << Cell("1.5") << saved << "w"
+                                          << Cell("1:old:1.50,2:other:9.99");
+    QTest::newRow("key changed elsewhere") << none << w << "UPDATE w SET id = 5 WHERE id = 1" << 1 << Cell("mine")
+                                           << staleEdit << "w" << Cell("2:other:9.99,5:old:1.50");
+    // Only the edited cell is guarded: a change to another column of the row is no conflict.
+    QTest::newRow("other column changed elsewhere") << none << w << "UPDATE w SET amount = 3 WHERE id = 1" << 1
+        << Cell("mine") << saved << "w" << Cell("1:mine:3.00,2:other:9.99");
+    QTest::newRow("self-join, boss key not selected") << none
+        << "SELECT e.id, e.name, b.name FROM people e JOIN people b ON b.id = e.boss_id" << none << 2 << Cell("Zed")
+        << "The primary-key column id is missing from this result." << "people" << Cell("1:Ada,2:Bob");
+    QTest::newRow("composite key (tenant, id) after the edited column") << none
+        << "SELECT id, label, tenant FROM items WHERE tenant = 'b'" << none << 1 << Cell("Zed") << saved << "items"
+        << Cell("a:1:x,b:1:Zed");
     // clang-format on
 }
 
 void TestRowWrites::updateCell()
 {
-    QFETCH(QString, initial);
-    QFETCH(int, column);
-    QFETCH(Cell, value);
-    QFETCH(Cell, expected);
-
-    if (!initial.isEmpty()) {
-        connection().query(initial.toStdString());
-    }
-    const QueryResult grid = connection().query("SELECT id, txt, amount FROM w ORDER BY id");
-    QCOMPARE(errorFrom([&] { connection().updateCell(grid, 0, column, value); }), QStringLiteral("(no error)"));
-    QCOMPARE(scalar(connection(), wState), expected);
-}
-
-void TestRowWrites::unchangedValueSendsNothing_data()
-{
-    QTest::addColumn<QString>("initial");
-    QTest::addColumn<Cell>("value");
-
-    QTest::newRow("NULL written again") << "UPDATE w SET txt = NULL WHERE id = 1" << Cell();
-    QTest::newRow("'' written again") << "UPDATE w SET txt = '' WHERE id = 1" << Cell("");
-}
-
-void TestRowWrites::unchangedValueSendsNothing()
-{
-    QFETCH(QString, initial);
-    QFETCH(Cell, value);
-
-    connection().query(initial.toStdString());
-    const QueryResult grid = connection().query("SELECT id, txt FROM w ORDER BY id");
-    const long long questions = sessionStatus(connection(), "Questions");
-    connection().updateCell(grid, 0, 1, value);
-    // Only the second status read itself: no column listing, no UPDATE.
-    QCOMPARE(sessionStatus(connection(), "Questions") - questions, 1);
-
-    // The same counter does see a real edit, so the comparison above can fail.
-    const long long updates = sessionStatus(connection(), "Com_update");
-    connection().updateCell(grid, 0, 1, Cell("changed"));
-    QCOMPARE(sessionStatus(connection(), "Com_update") - updates, 1);
-}
-
-void TestRowWrites::editsAgainstAnotherSession_data()
-{
-    QTest::addColumn<QString>("otherSession"); // what another session does after the grid was read
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<Cell>("expected");
-
-    // clang-format off
-    QTest::newRow("cell set to NULL elsewhere") << "UPDATE w SET txt = NULL WHERE id = 1" << staleEdit
-                                                << Cell("1:NULL:1.50,2:other:9.99");
-    QTest::newRow("key changed elsewhere") << "UPDATE w SET id = 5 WHERE id = 1" << staleEdit
-                                           << Cell("2:other:9.99,5:old:1.50");
-    // Only the edited cell is guarded: a change to another column of the row is no conflict.
-    QTest::newRow("other column changed elsewhere") << "UPDATE w SET amount = 3 WHERE id = 1" << "(no error)"
-                                                    << Cell("1:mine:3.00,2:other:9.99");
-    // clang-format on
-}
-
-void TestRowWrites::editsAgainstAnotherSession()
-{
-    QFETCH(QString, otherSession);
-    QFETCH(QString, error);
-    QFETCH(Cell, expected);
-
-    const QueryResult grid = connection().query("SELECT id, txt, amount FROM w ORDER BY id");
-    m_otherSession->query(otherSession.toStdString());
-    QCOMPARE(errorFrom([&] { connection().updateCell(grid, 0, 1, Cell("mine")); }), error);
-    QCOMPARE(scalar(connection(), wState), expected);
-}
-
-void TestRowWrites::keyMaterial_data()
-{
-    QTest::addColumn<QString>("select");
-    QTest::addColumn<int>("column");
-    QTest::addColumn<QString>("state");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<Cell>("expected");
-
-    const QString selfJoin = "SELECT e.id, e.name, b.id, b.name FROM people e JOIN people b ON b.id = e.boss_id";
-    const QString people = QString::fromStdString(peopleState);
-    const QString items = QString::fromStdString(itemsState);
-    // clang-format off
-    QTest::newRow("self-join, employee side e.name") << selfJoin << 1 << people << "(no error)"
-                                                     << Cell("1:Ada,2:Zed");
-    QTest::newRow("self-join, boss key not selected")
-        << "SELECT e.id, e.name, b.name FROM people e JOIN people b ON b.id = e.boss_id" << 2 << people
-        << "The primary-key column id is missing from this result." << Cell("1:Ada,2:Bob");
-    QTest::newRow("key after the edited column")
-        << "SELECT name, id FROM people WHERE id = 1" << 0 << people << "(no error)" << Cell("1:Zed,2:Bob");
-    QTest::newRow("composite key (tenant, id) in another order")
-        << "SELECT id, label, tenant FROM items WHERE tenant = 'b'" << 1 << items << "(no error)"
-        << Cell("a:1:x,b:1:Zed");
-    // clang-format on
-}
-
-void TestRowWrites::keyMaterial()
-{
+    QFETCH(QString, before);
     QFETCH(QString, select);
+    QFETCH(QString, elsewhere);
     QFETCH(int, column);
-    QFETCH(QString, state);
+    QFETCH(Cell, value);
     QFETCH(QString, error);
+    QFETCH(QString, table);
     QFETCH(Cell, expected);
 
+    if (!before.isEmpty()) {
+        connection().query(before.toStdString());
+    }
     const QueryResult grid = connection().query(select.toStdString());
-    QCOMPARE(grid.rows.size(), 1u);
-    QCOMPARE(errorFrom([&] { connection().updateCell(grid, 0, column, Cell("Zed")); }), error);
-    QCOMPARE(scalar(connection(), state.toStdString()), expected);
+    if (!elsewhere.isEmpty()) {
+        m_otherSession->query(elsewhere.toStdString());
+    }
+    QCOMPARE(errorFrom([&] { connection().updateCell(grid, 0, column, value); }), error);
+    QCOMPARE(scalar(connection(), state(table)), expected);
 }
 
 // Refused before anything is sent: the server counts no UPDATE or DELETE.
@@ -262,16 +190,12 @@ void TestRowWrites::refusedWrites_data()
                                                        << noKeyForEdit;
     QTest::newRow("edit: VIRTUAL generated column") << edit << "SELECT id, a, g FROM gen" << qint64(0) << qint64(2)
                                                     << "Generated columns are read-only.";
-    QTest::newRow("edit: VARBINARY column") << edit << "SELECT id, b FROM bin" << qint64(0) << qint64(1)
-                                            << notEditable;
     QTest::newRow("edit: row -1") << edit << "SELECT id, a FROM gen" << qint64(-1) << qint64(1) << rowGone;
     QTest::newRow("edit: row 1 of a one-row result") << edit << "SELECT id, a FROM gen" << qint64(1) << qint64(1)
                                                      << rowGone;
     QTest::newRow("edit: column 2 of two") << edit << "SELECT id, a FROM gen" << qint64(0) << qint64(2) << rowGone;
     QTest::newRow("delete: table without a primary key") << "nopk" << "SELECT a, b FROM nopk" << qint64(0)
         << qint64(0) << "This table has no primary key. Use SQL to edit it without risking an ambiguous row match.";
-    QTest::newRow("delete: composite key, tenant not selected") << "items" << "SELECT id, label FROM items"
-        << qint64(0) << qint64(0) << "The primary-key column tenant is missing from this result.";
     // clang-format on
 }
 
@@ -304,21 +228,16 @@ void TestRowWrites::deleteRow_data()
     QTest::addColumn<QString>("table");
     QTest::addColumn<QString>("select");
     QTest::addColumn<qint64>("row");
-    QTest::addColumn<QString>("state");
     QTest::addColumn<Cell>("expected");
 
-    const QString ansi = "ANSI_QUOTES,NO_BACKSLASH_ESCAPES";
-    const QString names = "SELECT GROUP_CONCAT(name ORDER BY name SEPARATOR '|') FROM names";
-    // clang-format off
     // In name order: a\b, O'Brien, plain.
-    QTest::newRow("names: key O'Brien") << QString() << "names" << "SELECT name FROM names ORDER BY name"
-                                        << qint64(1) << names << Cell("a\\b|plain");
     QTest::newRow("names: key a\\b under ANSI_QUOTES,NO_BACKSLASH_ESCAPES")
-        << ansi << "names" << "SELECT name FROM names ORDER BY name" << qint64(0) << names << Cell("O'Brien|plain");
+        << "ANSI_QUOTES,NO_BACKSLASH_ESCAPES"
+        << "names"
+        << "SELECT name FROM names ORDER BY name" << qint64(0) << Cell("O'Brien|plain");
     QTest::newRow("items: composite key selected in reverse")
-        << QString() << "items" << "SELECT label, id, tenant FROM items ORDER BY tenant" << qint64(1)
-        << QString::fromStdString(itemsState) << Cell("a:1:x");
-    // clang-format on
+        << QString() << "items"
+        << "SELECT label, id, tenant FROM items ORDER BY tenant" << qint64(1) << Cell("a:1:x");
 }
 
 void TestRowWrites::deleteRow()
@@ -327,7 +246,6 @@ void TestRowWrites::deleteRow()
     QFETCH(QString, table);
     QFETCH(QString, select);
     QFETCH(qint64, row);
-    QFETCH(QString, state);
     QFETCH(Cell, expected);
 
     if (!sqlMode.isEmpty()) {
@@ -335,12 +253,12 @@ void TestRowWrites::deleteRow()
     }
     const QueryResult grid = connection().query(select.toStdString());
     connection().deleteRow(grid, row, m_scratch->name(), table.toStdString());
-    QCOMPARE(scalar(connection(), state.toStdString()), expected);
+    QCOMPARE(scalar(connection(), state(table)), expected);
 
     // The same grid row again: it is gone, and nothing else may go in its place.
     QCOMPARE(errorFrom([&] { connection().deleteRow(grid, row, m_scratch->name(), table.toStdString()); }),
         QStringLiteral("The row no longer exists. Refresh the table."));
-    QCOMPARE(scalar(connection(), state.toStdString()), expected);
+    QCOMPARE(scalar(connection(), state(table)), expected);
 }
 
 // The server's default mode is among the built-in integration checks.
@@ -375,15 +293,9 @@ void TestRowWrites::createUserWithAwkwardCredentials()
     MySQLConnection user(profile);
     user.connect(password);
     QCOMPARE(scalar(user, "SELECT CURRENT_USER()"), Cell(name + "@" + host));
-    const QueryResult grants = user.query("SHOW GRANTS");
-    QCOMPARE(grants.rows.size(), 1u);
-    QVERIFY(grants.rows[0][0].value_or("").starts_with("GRANT USAGE ON *.* TO "));
-    user.close();
-
+    // A password that differs only in its backslashes is refused: the login above proved the bytes.
     const QString wrong = errorFrom([&] { user.connect("trial'case\\\\value"); });
     QVERIFY2(wrong.startsWith("MySQL 1045: "), qPrintable(wrong));
-    const QString again = errorFrom([&] { connection().createUser(name, host, password); });
-    QVERIFY2(again.startsWith("MySQL 1396: "), qPrintable(again));
 }
 
 void TestRowWrites::stringLiteral_data()
@@ -393,7 +305,6 @@ void TestRowWrites::stringLiteral_data()
 
     const std::pair<const char *, QByteArray> texts[] = {
         { "empty", QByteArray() },
-        { "back\\slash", "back\\slash" },
         { "\\' pair", "\\'" },
         { "NUL inside", QByteArray("a\0b", 3) },
         { "U+1F9F9 and é", "\xF0\x9F\xA7\xB9 caf\xC3\xA9" },
@@ -438,13 +349,10 @@ void TestRowWrites::randomTextRoundTripUnderAnsiQuotes()
     }
 
     const QueryResult hex = connection().query("SELECT HEX(body) FROM rt ORDER BY id");
-    const QueryResult text = connection().query("SELECT body FROM rt ORDER BY id");
     connection().query("DROP TABLE rt");
     QCOMPARE(hex.rows.size(), strings.size());
-    QCOMPARE(text.rows.size(), strings.size());
     for (std::size_t i = 0; i < strings.size(); ++i) {
         QCOMPARE(hex.rows[i][0], Cell(upperHex(strings[i]).toStdString()));
-        QCOMPARE(text.rows[i][0], Cell(strings[i]));
     }
 }
 

@@ -12,8 +12,6 @@ using namespace tallowick;
 namespace
 {
 
-const QUuid fixedId = QUuid::fromString(QStringLiteral("6f9619ff-8b86-d011-b42d-00c04fc964ff"));
-
 QDateTime at(const char *iso)
 {
     const QDateTime date = QDateTime::fromString(QString::fromLatin1(iso), Qt::ISODateWithMs);
@@ -24,7 +22,7 @@ QDateTime at(const char *iso)
 QueryLog sampleEntry()
 {
     QueryLog entry;
-    entry.id = fixedId;
+    entry.id = QUuid::fromString(QStringLiteral("6f9619ff-8b86-d011-b42d-00c04fc964ff"));
     entry.date = at("2001-01-01T00:01:00Z");
     entry.connection = "Prod";
     entry.database = "shop";
@@ -44,23 +42,6 @@ QJsonObject validEntry()
     return parsedObject(encodeQueryLog(sampleEntry()));
 }
 
-// QDateTime equality is about the instant; compare that explicitly so a time-zone change in
-// decoding cannot hide a shifted date.
-void compareEntries(const QueryLog &actual, const QueryLog &expected)
-{
-    QCOMPARE(actual.id, expected.id);
-    QCOMPARE(actual.date.toMSecsSinceEpoch(), expected.date.toMSecsSinceEpoch());
-    QCOMPARE(QByteArray::fromStdString(actual.connection), QByteArray::fromStdString(expected.connection));
-    QCOMPARE(QByteArray::fromStdString(actual.database), QByteArray::fromStdString(expected.database));
-    QCOMPARE(QByteArray::fromStdString(actual.sql), QByteArray::fromStdString(expected.sql));
-    QCOMPARE(actual.elapsed, expected.elapsed);
-    QCOMPARE(actual.rows, expected.rows);
-    QCOMPARE(actual.error.has_value(), expected.error.has_value());
-    if (expected.error) {
-        QCOMPARE(QByteArray::fromStdString(*actual.error), QByteArray::fromStdString(*expected.error));
-    }
-}
-
 } // namespace
 
 class TestQueryLogJson final : public QObject
@@ -68,35 +49,27 @@ class TestQueryLogJson final : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void encodesKeysInOrder();
-    void encodesErrorLast();
+    void encodesKeysInOrderWithErrorLast();
     void dateIsSecondsSince2001_data();
     void dateIsSecondsSince2001();
     void roundTrip_data();
     void roundTrip();
-    void missingOrNullErrorIsAbsent_data();
     void missingOrNullErrorIsAbsent();
     void decodeRejects_data();
     void decodeRejects();
     void decodesLists();
 };
 
-void TestQueryLogJson::encodesKeysInOrder()
+void TestQueryLogJson::encodesKeysInOrderWithErrorLast()
 {
-    QCOMPARE(encodeQueryLog(sampleEntry()),
-        QByteArray(R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","date":60,"connection":"Prod",)"
-                   R"("database":"shop","sql":"SELECT 1","elapsed":0.25,"rows":3})"));
-}
+    const QByteArray common = R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","date":60,"connection":"Prod",)"
+                              R"("database":"shop","sql":"SELECT 1","elapsed":0.25,"rows":)";
+    QCOMPARE(encodeQueryLog(sampleEntry()), common + "3}");
 
-void TestQueryLogJson::encodesErrorLast()
-{
     QueryLog entry = sampleEntry();
     entry.rows = 0;
     entry.error = "Table 'shop.x' doesn't exist";
-    QCOMPARE(encodeQueryLog(entry),
-        QByteArray("{\"id\":\"6F9619FF-8B86-D011-B42D-00C04FC964FF\",\"date\":60,\"connection\":\"Prod\","
-                   "\"database\":\"shop\",\"sql\":\"SELECT 1\",\"elapsed\":0.25,\"rows\":0,"
-                   "\"error\":\"Table 'shop.x' doesn't exist\"}"));
+    QCOMPARE(encodeQueryLog(entry), common + "0,\"error\":\"Table 'shop.x' doesn't exist\"}");
 }
 
 void TestQueryLogJson::dateIsSecondsSince2001_data()
@@ -106,8 +79,6 @@ void TestQueryLogJson::dateIsSecondsSince2001_data()
 
     QTest::newRow("2001-01-01T00:00:00Z") << at("2001-01-01T00:00:00Z") << 0.0;
     QTest::newRow("one second before") << at("2000-12-31T23:59:59Z") << -1.0;
-    QTest::newRow("Unix epoch") << at("1970-01-01T00:00:00Z") << -978307200.0;
-    QTest::newRow("half a second") << at("2001-01-01T00:00:00.500Z") << 0.5;
     QTest::newRow("UTC+02:00 offset") << at("2001-01-01T02:00:00+02:00") << 0.0;
     QTest::newRow("2024-05-06T07:08:09.125Z") << at("2024-05-06T07:08:09.125Z") << 736672089.125;
 }
@@ -131,12 +102,6 @@ void TestQueryLogJson::roundTrip_data()
 {
     QTest::addColumn<QueryLog>("entry");
 
-    QTest::newRow("success") << sampleEntry();
-
-    QueryLog failed = sampleEntry();
-    failed.error = "Access denied for user 'app'@'%'";
-    QTest::newRow("with error") << failed;
-
     // An empty message is still a failure; it must not turn into a success.
     QueryLog emptyError = sampleEntry();
     emptyError.error = "";
@@ -154,40 +119,26 @@ void TestQueryLogJson::roundTrip_data()
     large.rows = 9007199254740993; // 2^53 + 1: lost if rows pass through a double
     large.date = at("1999-12-31T23:59:59.999Z");
     QTest::newRow("rows beyond double precision, date before 2001") << large;
-
-    QueryLog negative = sampleEntry();
-    negative.rows = -1;
-    negative.elapsed = 0;
-    QTest::newRow("rows -1, elapsed 0") << negative;
 }
 
+// QueryLog's == compares dates as instants: a shifted date fails, another zone for the same instant
+// does not.
 void TestQueryLogJson::roundTrip()
 {
     QFETCH(QueryLog, entry);
     const QByteArray json = encodeQueryLog(entry);
-    const QueryLog decoded = decodeQueryLog(parsedObject(json));
-    compareEntries(decoded, entry);
-    if (QTest::currentTestFailed()) {
-        qWarning("JSON: %s", json.constData());
-    }
-}
-
-void TestQueryLogJson::missingOrNullErrorIsAbsent_data()
-{
-    QTest::addColumn<QJsonObject>("object");
-
-    QTest::newRow("no error key") << validEntry();
-    QJsonObject withNull = validEntry();
-    withNull.insert(QStringLiteral("error"), QJsonValue::Null);
-    QTest::newRow("error null") << withNull;
+    QVERIFY2(decodeQueryLog(parsedObject(json)) == entry, json.constData());
 }
 
 void TestQueryLogJson::missingOrNullErrorIsAbsent()
 {
-    QFETCH(QJsonObject, object);
-    const QueryLog entry = decodeQueryLog(object);
-    QVERIFY(!entry.error.has_value());
-    QVERIFY(!encodeQueryLog(entry).contains("\"error\""));
+    QJsonObject withNull = validEntry();
+    withNull.insert(QStringLiteral("error"), QJsonValue::Null);
+    for (const QJsonObject &object : { validEntry(), withNull }) {
+        const QueryLog entry = decodeQueryLog(object);
+        QVERIFY(!entry.error.has_value());
+        QVERIFY(!encodeQueryLog(entry).contains("\"error\""));
+    }
 }
 
 void TestQueryLogJson::decodeRejects_data()
@@ -207,15 +158,9 @@ void TestQueryLogJson::decodeRejects_data()
         return entry;
     };
     QTest::newRow("date as ISO text") << with("date", QStringLiteral("2024-01-01T00:00:00Z"));
-    QTest::newRow("date null") << with("date", QJsonValue::Null);
     QTest::newRow("rows 1.5") << with("rows", 1.5);
-    QTest::newRow("rows \"3\"") << with("rows", QStringLiteral("3"));
-    QTest::newRow("elapsed \"0.1\"") << with("elapsed", QStringLiteral("0.1"));
     QTest::newRow("error 42") << with("error", 42);
-    QTest::newRow("error false") << with("error", false);
     QTest::newRow("id lower-case without hyphens") << with("id", QStringLiteral("6f9619ff8b86d011b42d00c04fc964ff"));
-    QTest::newRow("sql null") << with("sql", QJsonValue::Null);
-    QTest::newRow("connection 1") << with("connection", 1);
 }
 
 void TestQueryLogJson::decodeRejects()
@@ -233,11 +178,7 @@ void TestQueryLogJson::decodesLists()
     failed.id = QUuid::createUuid();
     failed.error = "boom";
     const std::vector<QueryLog> entries { sampleEntry(), failed };
-    const std::vector<QueryLog> decoded = decodeQueryLogs(encodeQueryLogs(entries));
-    QCOMPARE(decoded.size(), entries.size());
-    for (std::size_t i = 0; i < entries.size() && !QTest::currentTestFailed(); ++i) {
-        compareEntries(decoded[i], entries[i]);
-    }
+    QVERIFY(decodeQueryLogs(encodeQueryLogs(entries)) == entries);
 
     // One damaged entry fails the whole file rather than silently dropping history.
     QJsonObject damaged = validEntry();

@@ -1,30 +1,12 @@
-#include "core/AppError.h"
-#include "core/UuidText.h"
 #include "credentials/Keychain.h"
+#include "support/Checks.h"
 #include "support/FakeSecretStore.h"
 
 #include <QTest>
 
 using namespace tallowick;
+using tallowick::test::errorFrom;
 using tallowick::test::FakeSecretStore;
-
-namespace
-{
-
-const std::string accessFailureEnd
-    = " Reopen connection settings to try again, or enter the database password yourself.";
-
-std::string messageOf(const std::function<void()> &action)
-{
-    try {
-        action();
-    } catch (const AppError &error) {
-        return error.message();
-    }
-    return "(no error)";
-}
-
-} // namespace
 
 class TestKeychain final : public QObject
 {
@@ -32,20 +14,17 @@ class TestKeychain final : public QObject
 
 private Q_SLOTS:
     void init();
-    void loadsOnceThenServesFromCache();
-    void missingPasswordIsCachedAsEmpty();
-    void itemsAreKeyedByUpperCaseUuidText();
-    void saveUpdatesTheCacheWithoutAReadBack();
-    void savingAnEmptyPasswordDeletesTheItem();
-    void removeForgetsTheCachedValue();
-    void failedLookupIsRetriedNotCachedAsEmpty();
-    void accessFailureMessages_data();
-    void accessFailureMessages();
+    void loadsEachItemOnce();
+    void saveAndRemoveKeepTheCacheInStep();
+    void accessFailures_data();
+    void accessFailures();
     void saveFailureNamesTheStatus();
     void undecodableDataIsReported();
-    void failedRemovalKeepsTheCache();
 
 private:
+    // Items are keyed by the profile's UUID in upper case, without braces.
+    std::string account() const { return m_id.toString(QUuid::WithoutBraces).toUpper().toStdString(); }
+
     std::unique_ptr<FakeSecretStore> m_store;
     std::unique_ptr<CredentialMemoryCache> m_cache;
     std::unique_ptr<Keychain> m_keychain;
@@ -60,119 +39,94 @@ void TestKeychain::init()
     m_keychain = std::make_unique<Keychain>(*m_store, *m_cache);
 }
 
-void TestKeychain::loadsOnceThenServesFromCache()
+// A missing item is an answer too, remembered like a password.
+void TestKeychain::loadsEachItemOnce()
 {
-    m_store->items[uuidText(m_id)] = "s3cret";
-    QCOMPARE(m_keychain->load(m_id), std::string("s3cret"));
-    QCOMPARE(m_keychain->load(m_id), std::string("s3cret"));
-    QCOMPARE(m_store->reads, 1);
-}
-
-void TestKeychain::missingPasswordIsCachedAsEmpty()
-{
-    QCOMPARE(m_keychain->load(m_id), std::string());
-    QCOMPARE(m_keychain->load(m_id), std::string());
-    QCOMPARE(m_store->reads, 1);
-}
-
-void TestKeychain::itemsAreKeyedByUpperCaseUuidText()
-{
-    m_keychain->save("pw", m_id);
-    QCOMPARE(m_store->items.size(), std::size_t(1));
-    const std::string account = m_store->items.begin()->first;
-    QCOMPARE(account, m_id.toString(QUuid::WithoutBraces).toUpper().toStdString());
-}
-
-void TestKeychain::saveUpdatesTheCacheWithoutAReadBack()
-{
-    m_store->items[uuidText(m_id)] = "old";
-    QCOMPARE(m_keychain->load(m_id), std::string("old"));
-    m_keychain->save("new", m_id);
-    QCOMPARE(m_store->items[uuidText(m_id)], std::string("new"));
-    QCOMPARE(m_keychain->load(m_id), std::string("new"));
-    QCOMPARE(m_store->reads, 1);
-}
-
-void TestKeychain::savingAnEmptyPasswordDeletesTheItem()
-{
-    m_keychain->save("pw", m_id);
-    m_keychain->save("", m_id);
-    QVERIFY(m_store->items.empty());
-    QCOMPARE(m_keychain->load(m_id), std::string());
-    QCOMPARE(m_store->reads, 0);
-    // Deleting what is not there is fine too.
-    m_keychain->save("", m_id);
-}
-
-void TestKeychain::removeForgetsTheCachedValue()
-{
-    m_keychain->save("pw", m_id);
-    m_keychain->remove(m_id);
-    QVERIFY(m_store->items.empty());
-    m_store->items[uuidText(m_id)] = "restored elsewhere";
-    QCOMPARE(m_keychain->load(m_id), std::string("restored elsewhere"));
-    QCOMPARE(m_store->reads, 1);
-}
-
-void TestKeychain::failedLookupIsRetriedNotCachedAsEmpty()
-{
-    m_store->items[uuidText(m_id)] = "restored-specimen";
-    m_store->nextFailure = SecretOutcome::failed(4, "Access denied by the user.");
-    QVERIFY_THROWS_EXCEPTION(AppError, m_keychain->load(m_id));
-    QCOMPARE(m_keychain->load(m_id), std::string("restored-specimen"));
+    const QUuid missing = QUuid::createUuid();
+    m_store->items[account()] = "s3cret";
+    for (int round = 0; round < 2; ++round) {
+        QCOMPARE(m_keychain->load(m_id), std::string("s3cret"));
+        QCOMPARE(m_keychain->load(missing), std::string());
+    }
     QCOMPARE(m_store->reads, 2);
 }
 
-void TestKeychain::accessFailureMessages_data()
+void TestKeychain::saveAndRemoveKeepTheCacheInStep()
+{
+    m_store->items[account()] = "old";
+    QCOMPARE(m_keychain->load(m_id), std::string("old"));
+    m_keychain->save("new", m_id);
+    QCOMPARE(m_store->items.size(), std::size_t(1));
+    QCOMPARE(m_store->items[account()], std::string("new"));
+    QCOMPARE(m_keychain->load(m_id), std::string("new"));
+
+    // An empty password deletes the item, also when there is none.
+    m_keychain->save("", m_id);
+    QVERIFY(m_store->items.empty());
+    QCOMPARE(m_keychain->load(m_id), std::string());
+    m_keychain->save("", m_id);
+
+    m_keychain->save("pw", m_id);
+    m_keychain->remove(m_id);
+    QVERIFY(m_store->items.empty());
+    m_store->items[account()] = "restored elsewhere";
+    QCOMPARE(m_keychain->load(m_id), std::string("restored elsewhere"));
+    QCOMPARE(m_store->reads, 2);
+}
+
+void TestKeychain::accessFailures_data()
 {
     QTest::addColumn<int>("code");
     QTest::addColumn<QString>("storeText");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("with the store's text") << 4 << "Access denied by the user."
-                                           << "Could not access the saved password: Access denied by the user.";
+
+    QTest::newRow("with the store's sentence") << 4 << "Access denied by the user."
+                                               << "Could not access the saved password: Access denied by the user.";
+    QTest::newRow("store's text without a full stop") << 6 << "Locked"
+                                                      << "Could not access the saved password: Locked.";
     QTest::newRow("without text") << 7 << ""
                                   << "Could not access the saved password: Keyring error 7.";
 }
 
-void TestKeychain::accessFailureMessages()
+// A lookup, removal or deletion the store fails tells the user what to do next, and changes
+// nothing: the lookup is not cached as "no password", the cached value survives the rest.
+void TestKeychain::accessFailures()
 {
     QFETCH(int, code);
     QFETCH(QString, storeText);
     QFETCH(QString, expected);
-    const std::string full = expected.toStdString() + accessFailureEnd;
-    m_store->nextFailure = SecretOutcome::failed(code, storeText.toStdString());
-    QCOMPARE(messageOf([this] { m_keychain->load(m_id); }), full);
-    m_store->nextFailure = SecretOutcome::failed(code, storeText.toStdString());
-    QCOMPARE(messageOf([this] { m_keychain->remove(m_id); }), full);
-    m_store->nextFailure = SecretOutcome::failed(code, storeText.toStdString());
-    QCOMPARE(messageOf([this] { m_keychain->save("", m_id); }), full);
+    const QString full = expected
+        + QStringLiteral(" Reopen connection settings to try again, or enter the database password yourself.");
+    const auto failNext = [&] { m_store->nextFailure = SecretOutcome::failed(code, storeText.toStdString()); };
+
+    failNext();
+    QCOMPARE(errorFrom([this] { m_keychain->load(m_id); }), full);
+    m_store->items[account()] = "pw";
+    QCOMPARE(m_keychain->load(m_id), std::string("pw"));
+    failNext();
+    QCOMPARE(errorFrom([this] { m_keychain->remove(m_id); }), full);
+    failNext();
+    QCOMPARE(errorFrom([this] { m_keychain->save("", m_id); }), full);
+    QCOMPARE(m_keychain->load(m_id), std::string("pw"));
+    QCOMPARE(m_store->reads, 2);
 }
 
 void TestKeychain::saveFailureNamesTheStatus()
 {
     m_keychain->save("kept", m_id);
     m_store->nextFailure = SecretOutcome::failed(5, "No keyring");
-    QCOMPARE(messageOf([this] { m_keychain->save("lost", m_id); }),
-        std::string("The keyring could not save the password (5)."));
+    QCOMPARE(errorFrom([this] { m_keychain->save("lost", m_id); }),
+        QStringLiteral("The keyring could not save the password (5)."));
     // The cache still holds what the keyring holds.
     QCOMPARE(m_keychain->load(m_id), std::string("kept"));
 }
 
 void TestKeychain::undecodableDataIsReported()
 {
-    m_store->items[uuidText(m_id)] = std::string("\xff\xfe", 2);
-    QCOMPARE(messageOf([this] { m_keychain->load(m_id); }), std::string("The saved password could not be decoded."));
-    m_store->items[uuidText(m_id)] = "fixed";
+    m_store->items[account()] = std::string("\xff\xfe", 2);
+    QCOMPARE(errorFrom([this] { m_keychain->load(m_id); }), QStringLiteral("The saved password could not be decoded."));
+    m_store->items[account()] = "fixed";
     QCOMPARE(m_keychain->load(m_id), std::string("fixed"));
-}
-
-void TestKeychain::failedRemovalKeepsTheCache()
-{
-    m_keychain->save("pw", m_id);
-    m_store->nextFailure = SecretOutcome::failed(6, "Locked");
-    QVERIFY_THROWS_EXCEPTION(AppError, m_keychain->remove(m_id));
-    QCOMPARE(m_keychain->load(m_id), std::string("pw"));
-    QCOMPARE(m_store->reads, 0);
 }
 
 QTEST_GUILESS_MAIN(TestKeychain)

@@ -73,13 +73,11 @@ private Q_SLOTS:
     void batchingSplitsAtTheBudget_data();
     void batchingSplitsAtTheBudget();
     void everyRowOnceWhateverTheBudget();
-    void batchesReportTheirProgress();
 };
 
 void TestCsvImportPlan::refusals_data()
 {
     QTest::addColumn<QByteArray>("file");
-    QTest::addColumn<bool>("nullMarkerIsNull");
     QTest::addColumn<QString>("message");
 
     const QString empty = QStringLiteral("The CSV is empty.");
@@ -88,37 +86,22 @@ void TestCsvImportPlan::refusals_data()
     const QString unknown = QStringLiteral("Unknown or generated column in CSV header: ");
 
     // clang-format off
-    QTest::newRow("no bytes") << QByteArray() << true << empty;
-    QTest::newRow("only a byte-order mark") << QByteArray("\xEF\xBB\xBF") << true << empty;
-    QTest::newRow("header only") << QByteArray("id,name\r\n") << true << empty;
-    QTest::newRow("Latin-1 e acute") << QByteArray("id,name\n1,caf\xE9\n") << true << notUtf8;
-    QTest::newRow("UTF-16 byte-order mark") << QByteArray("\xFF\xFEi\0d\0", 6) << true << notUtf8;
-    QTest::newRow("overlong slash") << QByteArray("id,name\n1,\xC0\xAF\n") << true << notUtf8;
-    QTest::newRow("encoded surrogate") << QByteArray("id,name\n1,\xED\xA0\x80\n") << true << notUtf8;
-    QTest::newRow("4-byte character cut at the end") << QByteArray("id,name\n1,\xF0\x9F\xA7") << true << notUtf8;
-    QTest::newRow("invalid after a byte-order mark") << QByteArray("\xEF\xBB\xBFid\n\x80\n") << true << notUtf8;
-    QTest::newRow("encoding checked before quoting") << QByteArray("id\n\"\xFF") << true << notUtf8;
-    QTest::newRow("open quoted field") << QByteArray("id,name\n1,\"O'Brien\n") << true
-                                       << "The CSV has an unterminated quoted field.";
-    QTest::newRow("same header twice") << QByteArray("id,name,id\n1,a,2\n") << true << unique;
-    QTest::newRow("same header in another case") << QByteArray("id,Name,NAME\n1,a,b\n") << true << unique;
-    QTest::newRow("duplicates reported before unknown names") << QByteArray("nope,nope\n1,2\n") << true << unique;
-    QTest::newRow("unknown column") << QByteArray("id,nickname\n1,x\n") << true << unknown + "nickname";
-    QTest::newRow("generated column") << QByteArray("id,doubled\n1,2\n") << true << unknown + "doubled";
-    QTest::newRow("header with a trailing comma") << QByteArray("id,name,\n1,a,\n") << true << unknown;
-    QTest::newRow("header with blanks is not trimmed") << QByteArray("id, name\n1,a\n") << true << unknown + " name";
-    QTest::newRow("byte-order mark in the middle of a name") << QByteArray("id,\xEF\xBB\xBFname\n1,a\n") << true
-                                                             << unknown + QChar(0xFEFF) + "name";
-    QTest::newRow("header checked before the missing data") << QByteArray("id,nope\n") << true << unknown + "nope";
-    QTest::newRow("short row") << QByteArray("id,name\n1,a\n2\n") << true
-                               << "Row 3 of the CSV has 1 field, but the header has 2.";
-    QTest::newRow("long row") << QByteArray("id,name\n1,a,extra\n") << true
-                              << "Row 2 of the CSV has 3 fields, but the header has 2.";
-    QTest::newRow("blank line between rows") << QByteArray("id,name\n1,a\n\n2,b\n") << true
-                                             << "Row 3 of the CSV has 1 field, but the header has 2.";
-    QTest::newRow("blank line at the end") << QByteArray("id,name\r\n1,a\r\n\r\n") << false
+    QTest::newRow("only a byte-order mark") << QByteArray("\xEF\xBB\xBF") << empty;
+    QTest::newRow("header only") << QByteArray("id,name\r\n") << empty;
+    // Which sequences are valid UTF-8 is the cell-text repair's concern, tested there.
+    QTest::newRow("Latin-1 e acute") << QByteArray("id,name\n1,caf\xE9\n") << notUtf8;
+    QTest::newRow("invalid after a byte-order mark") << QByteArray("\xEF\xBB\xBFid\n\x80\n") << notUtf8;
+    QTest::newRow("same header twice") << QByteArray("id,name,id\n1,a,2\n") << unique;
+    QTest::newRow("same header in another case") << QByteArray("id,Name,NAME\n1,a,b\n") << unique;
+    QTest::newRow("unknown column") << QByteArray("id,nickname\n1,x\n") << unknown + "nickname";
+    QTest::newRow("generated column") << QByteArray("id,doubled\n1,2\n") << unknown + "doubled";
+    QTest::newRow("header with a trailing comma") << QByteArray("id,name,\n1,a,\n") << unknown;
+    QTest::newRow("header with blanks is not trimmed") << QByteArray("id, name\n1,a\n") << unknown + " name";
+    QTest::newRow("short row") << QByteArray("id,name\n1,a\n2\n") << "Row 3 of the CSV has 1 field, but the header has 2.";
+    QTest::newRow("long row") << QByteArray("id,name\n1,a,extra\n") << "Row 2 of the CSV has 3 fields, but the header has 2.";
+    QTest::newRow("blank line at the end") << QByteArray("id,name\r\n1,a\r\n\r\n")
                                            << "Row 3 of the CSV has 1 field, but the header has 2.";
-    QTest::newRow("rows count records, not lines") << QByteArray("id,name\n1,\"two\nlines\"\n3\n") << true
+    QTest::newRow("rows count records, not lines") << QByteArray("id,name\n1,\"two\nlines\"\n3\n")
                                                    << "Row 3 of the CSV has 1 field, but the header has 2.";
     // clang-format on
 }
@@ -126,9 +109,8 @@ void TestCsvImportPlan::refusals_data()
 void TestCsvImportPlan::refusals()
 {
     QFETCH(QByteArray, file);
-    QFETCH(bool, nullMarkerIsNull);
     QFETCH(QString, message);
-    QCOMPARE(errorFrom([&] { planCsvImport(bytes(file), people(), nullMarkerIsNull); }), message);
+    QCOMPARE(errorFrom([&] { planCsvImport(bytes(file), people(), true); }), message);
 }
 
 void TestCsvImportPlan::sizeLimitIsTenMillionBytes()
@@ -166,22 +148,12 @@ void TestCsvImportPlan::plan_data()
     QTest::newRow("\\N on: only exactly \\N is NULL")
         << QByteArray("id,name\n\\n, \\N\n\\\\N,\\N \nNULL,\n") << true << idName
         << Grid { { text("\\n"), text(" \\N") }, { text("\\\\N"), text("\\N ") }, { text("NULL"), text("") } };
-    QTest::newRow("empty fields are empty text, not NULL")
-        << QByteArray("id,name\n,\"\"\n") << true << idName << Grid { { text(""), text("") } };
-    QTest::newRow("byte-order mark dropped before the first name")
-        << QByteArray("\xEF\xBB\xBFid,name\r\n1,a\r\n") << true << idName << Grid { { text("1"), text("a") } };
     QTest::newRow("header names take the table's spelling")
         << QByteArray("ID,NAME,total\n1,a,2.50\n") << true << QStringList { "id", "name", "Total" }
         << Grid { { text("1"), text("a"), text("2.50") } };
-    QTest::newRow("header order is kept, not the table's")
-        << QByteArray("note,id\nx,1\n") << true << QStringList { "note", "id" } << Grid { { text("x"), text("1") } };
     QTest::newRow("column with an expression default")
         << QByteArray("created\n2026-01-02 03:04:05\n") << true << QStringList { "created" }
         << Grid { { text("2026-01-02 03:04:05") } };
-    QTest::newRow("quotes, commas, line breaks and 4-byte characters")
-        << QByteArray("id,note\n1,\"say \"\"hi\"\", then\r\nleave\"\n2,\xF0\x9F\xA7\xB9 O'Brien\\path\n") << true
-        << QStringList { "id", "note" }
-        << Grid { { text("1"), text("say \"hi\", then\r\nleave") }, { text("2"), text("\xF0\x9F\xA7\xB9 O'Brien\\path") } };
     QTest::newRow("one column: a blank line is an empty value")
         << QByteArray("note\na\n\nb") << true << QStringList { "note" } << Grid { { text("a") }, { text("") }, { text("b") } };
     // clang-format on
@@ -206,14 +178,10 @@ void TestCsvImportPlan::plan()
 
 void TestCsvImportPlan::previewShowsTheFirstRows()
 {
-    const CsvImportPlan many = numberedPlan(csvPreviewRows + 5);
+    const CsvImportPlan many = numberedPlan(csvPreviewRows + 1);
     QCOMPARE(many.preview().size(), csvPreviewRows);
-    QCOMPARE(many.preview().front().front(), Cell("r0001"));
     QCOMPARE(many.preview().back().front(), Cell("r0020"));
-
-    const CsvImportPlan few = numberedPlan(3);
-    QCOMPARE(few.preview().size(), std::size_t(3));
-    QCOMPARE(few.preview().back().front(), Cell("r0003"));
+    QCOMPARE(numberedPlan(3).preview().size(), std::size_t(3));
 }
 
 void TestCsvImportPlan::statementText()
@@ -236,12 +204,9 @@ void TestCsvImportPlan::batchingSplitsAtTheBudget_data()
 
     // A statement of k rows is the prefix, k tuples of 9 bytes, k-1 commas and a semicolon:
     // prefix + 10k bytes.
-    QTest::newRow("budget smaller than one row: one row each") << 0 << QList<int> { 1, 1, 1, 1, 1, 1, 1 };
-    QTest::newRow("exactly two rows") << 20 << QList<int> { 2, 2, 2, 1 };
     QTest::newRow("one byte short of three rows") << 29 << QList<int> { 2, 2, 2, 1 };
     QTest::newRow("exactly three rows") << 30 << QList<int> { 3, 3, 1 };
     QTest::newRow("exactly all seven rows") << 70 << QList<int> { 7 };
-    QTest::newRow("more than enough") << 100000 << QList<int> { 7 };
 }
 
 void TestCsvImportPlan::batchingSplitsAtTheBudget()
@@ -250,14 +215,18 @@ void TestCsvImportPlan::batchingSplitsAtTheBudget()
     QFETCH(QList<int>, rowsPerStatement);
 
     const CsvImportPlan plan = numberedPlan(7);
-    const std::size_t prefix = std::string("INSERT INTO `d`.`t` (`name`) VALUES ").size();
-    const std::size_t budget = prefix + static_cast<std::size_t>(extra);
-    const std::vector<std::string> statements = csvInsertStatements("d", "t", plan, budget);
-
+    const std::size_t budget = std::string("INSERT INTO `d`.`t` (`name`) VALUES ").size() + std::size_t(extra);
+    CsvInsertBatches batches("d", "t", plan, budget);
+    std::string statement;
     QList<int> counts;
-    for (const std::string &statement : statements) {
-        counts.append(static_cast<int>(tuples({ statement }).size()));
-        if (counts.back() > 1) {
+    QStringList sent;
+    while (batches.next(statement)) {
+        const QStringList rows = tuples({ statement });
+        counts.append(static_cast<int>(rows.size()));
+        sent += rows;
+        // What the import reports as its progress after each statement.
+        QCOMPARE(batches.rowsDone(), static_cast<std::size_t>(sent.size()));
+        if (rows.size() > 1) {
             QVERIFY2(statement.size() <= budget, statement.c_str());
         }
     }
@@ -266,7 +235,7 @@ void TestCsvImportPlan::batchingSplitsAtTheBudget()
     for (int i = 1; i <= 7; ++i) {
         expected.append(QStringLiteral("('r%1')").arg(i, 4, 10, QLatin1Char('0')));
     }
-    QCOMPARE(tuples(statements), expected);
+    QCOMPARE(sent, expected);
 }
 
 // Rows of varied length and quoting: whatever the budget, the statements together carry every
@@ -291,22 +260,6 @@ void TestCsvImportPlan::everyRowOnceWhateverTheBudget()
         }
         QCOMPARE(tuples(statements), all);
     }
-}
-
-void TestCsvImportPlan::batchesReportTheirProgress()
-{
-    const CsvImportPlan plan = numberedPlan(7);
-    const std::size_t prefix = std::string("INSERT INTO `d`.`t` (`name`) VALUES ").size();
-    CsvInsertBatches batches("d", "t", plan, prefix + 30);
-    std::string statement;
-    QList<std::size_t> done;
-    while (batches.next(statement)) {
-        done.append(batches.rowsDone());
-    }
-    QCOMPARE(done, (QList<std::size_t> { 3, 6, 7 }));
-    QVERIFY(!batches.next(statement));
-    QCOMPARE(batches.rowsDone(), std::size_t(7));
-    QCOMPARE(QString::fromStdString(csvImportStatus(3, 7)), QStringLiteral("Importing CSV… 3 of 7 rows"));
 }
 
 QTEST_GUILESS_MAIN(TestCsvImportPlan)

@@ -54,17 +54,14 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void startsEmptyInANewFolder();
-    void saveWritesProfilesWithoutPasswords();
+    void startsEmptyThenSavesProfilesWithoutPasswords();
     void saveKeepsThePositionOfAnExistingProfile();
-    void invalidProfileIsRefused();
-    void keyringFailureStopsTheSave();
+    void refusedSaveWritesNothing();
     void savedProfilesLoadAgain();
     void damagedConnectionsFileIsReportedThenOverwritten();
     void historyKeepsTheNewestThreeHundred();
     void damagedHistoryIsIgnored();
-    void removeAsksThenDeletesProfileAndPassword();
-    void removeClearsTheSelection();
+    void removeAsksThenDeletesProfilePasswordAndSelection();
     void removeDuringASaveKeepsItRemoved();
     void sessionsAreCreatedOnceAndForwardChanges();
     void savingAnIdleProfileDropsItsSession();
@@ -122,17 +119,11 @@ std::optional<std::string> TestAppStore::saveAndWait(const ConnectionProfile &pr
     return error;
 }
 
-void TestAppStore::startsEmptyInANewFolder()
+void TestAppStore::startsEmptyThenSavesProfilesWithoutPasswords()
 {
-    QVERIFY(m_store->profiles().empty());
-    QVERIFY(m_store->history().empty());
-    QVERIFY(!m_store->error());
+    QVERIFY(m_store->profiles().empty() && m_store->history().empty() && !m_store->error() && !m_store->active());
     QVERIFY(QFileInfo(QString::fromStdString(m_store->folder())).isDir());
-    QVERIFY(!m_store->active());
-}
 
-void TestAppStore::saveWritesProfilesWithoutPasswords()
-{
     const ConnectionProfile profile = profileNamed("Production");
     QCOMPARE(saveAndWait(profile, "hunter2-do-not-write"), std::nullopt);
     QCOMPARE(m_store->profiles().size(), std::size_t(1));
@@ -158,21 +149,15 @@ void TestAppStore::saveKeepsThePositionOfAnExistingProfile()
     QCOMPARE(m_store->profiles()[1], second);
 }
 
-void TestAppStore::invalidProfileIsRefused()
+void TestAppStore::refusedSaveWritesNothing()
 {
-    ConnectionProfile unnamed = profileNamed("  \t ");
-    QCOMPARE(saveAndWait(unnamed, "x"), std::optional<std::string>("Give this connection a name."));
-    QVERIFY(m_store->profiles().empty());
+    QCOMPARE(saveAndWait(profileNamed("  \t "), "x"), std::optional<std::string>("Give this connection a name."));
     QCOMPARE(m_secrets->writes, 0);
-    QVERIFY(!QFile::exists(QString::fromStdString(m_store->connectionsPath())));
-}
-
-void TestAppStore::keyringFailureStopsTheSave()
-{
     m_secrets->nextFailure = SecretOutcome::failed(3, "Keyring locked");
     QCOMPARE(saveAndWait(profileNamed("Locked"), "pw"),
         std::optional<std::string>("The keyring could not save the password (3)."));
     QVERIFY(m_store->profiles().empty());
+    QVERIFY(!QFile::exists(QString::fromStdString(m_store->connectionsPath())));
 }
 
 void TestAppStore::savedProfilesLoadAgain()
@@ -237,12 +222,15 @@ void TestAppStore::damagedHistoryIsIgnored()
     QVERIFY(!m_store->error());
 }
 
-void TestAppStore::removeAsksThenDeletesProfileAndPassword()
+void TestAppStore::removeAsksThenDeletesProfilePasswordAndSelection()
 {
     const ConnectionProfile keep = profileNamed("Keep");
     const ConnectionProfile drop = profileNamed("Drop");
     QCOMPARE(saveAndWait(keep, "k"), std::nullopt);
     QCOMPARE(saveAndWait(drop, "d"), std::nullopt);
+    m_store->session(drop);
+    m_store->setSelected(drop.id);
+    QVERIFY(m_store->active());
 
     m_store->remove(drop); // declined
     QCOMPARE(m_prompts->asked.size(), std::size_t(1));
@@ -250,12 +238,14 @@ void TestAppStore::removeAsksThenDeletesProfileAndPassword()
     QCOMPARE(m_prompts->asked[0].detail,
         std::string("This removes the saved connection and its keyring password. It does not change anything on "
                     "the server."));
-    QCOMPARE(m_prompts->asked[0].title, std::string("Remove connection"));
     QCOMPARE(m_store->profiles().size(), std::size_t(2));
 
     m_prompts->confirmations = { true };
     m_store->remove(drop);
     QCOMPARE(m_store->profiles(), std::vector<ConnectionProfile> { keep });
+    QVERIFY(!m_store->selected());
+    QVERIFY(!m_store->active());
+    QVERIFY(m_store->sessions().empty());
     QVERIFY(QTest::qWaitFor([this, &drop] { return m_secrets->items.count(uuidText(drop.id)) == 0; }, 5000));
     QCOMPARE(m_secrets->items.count(uuidText(keep.id)), std::size_t(1));
     m_store = reopen();
@@ -276,20 +266,6 @@ void TestAppStore::removeDuringASaveKeepsItRemoved()
     QVERIFY(m_store->profiles().empty());
     m_store = reopen();
     QVERIFY(m_store->profiles().empty());
-}
-
-void TestAppStore::removeClearsTheSelection()
-{
-    const ConnectionProfile profile = profileNamed("Selected");
-    QCOMPARE(saveAndWait(profile, "pw"), std::nullopt);
-    m_store->session(profile);
-    m_store->setSelected(profile.id);
-    QVERIFY(m_store->active());
-    m_prompts->confirmations = { true };
-    m_store->remove(profile);
-    QVERIFY(!m_store->selected());
-    QVERIFY(!m_store->active());
-    QVERIFY(m_store->sessions().empty());
 }
 
 void TestAppStore::sessionsAreCreatedOnceAndForwardChanges()

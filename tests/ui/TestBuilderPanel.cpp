@@ -77,12 +77,6 @@ bool click(QWidget *target)
     return true;
 }
 
-// Column toggles read "table.column", the primary-key ones behind a key mark.
-bool names(const QCheckBox &toggle, const QString &reference)
-{
-    return toggle.text() == reference || toggle.text().endsWith(u' ' + reference);
-}
-
 QComboBox *aggregateNextTo(const QCheckBox &toggle)
 {
     for (QComboBox *box : toggle.parentWidget()->findChildren<QComboBox *>(Qt::FindDirectChildrenOnly)) {
@@ -91,6 +85,31 @@ QComboBox *aggregateNextTo(const QCheckBox &toggle)
         }
     }
     return nullptr;
+}
+
+// The toggle for "table.column" (a primary key's behind a key mark). A column toggle shares its
+// row with the column's aggregate picker; a group-by toggle stands alone.
+QCheckBox *toggleFor(const QWidget &panel, const QString &reference, bool column)
+{
+    for (QCheckBox *toggle : panel.findChildren<QCheckBox *>()) {
+        const bool named = toggle->text() == reference || toggle->text().endsWith(u' ' + reference);
+        if (named && (aggregateNextTo(*toggle) != nullptr) == column) {
+            return toggle;
+        }
+    }
+    return nullptr;
+}
+
+// The last picker offering `text` among its choices.
+QComboBox *pickerOffering(const QWidget &panel, const QString &text)
+{
+    QComboBox *found = nullptr;
+    for (QComboBox *box : panel.findChildren<QComboBox *>()) {
+        if (box->findText(text) >= 0) {
+            found = box;
+        }
+    }
+    return found;
 }
 
 } // namespace
@@ -108,7 +127,6 @@ private Q_SLOTS:
     void choosingTheSourceTableLoadsItsColumns();
     void joinsAddAndRemoveTheirLines();
     void filtersQuoteTypedValuesAndKeepTheFocus();
-    void numericFilterRefusesAnythingButANumber();
     void columnsAggregatesAndGrouping();
     void distinctSortAndLimit();
     void actionsHandOverExactlyThePreview();
@@ -120,10 +138,13 @@ private Q_SLOTS:
 private:
     void chooseDatabase();
     void chooseSource(const QString &table);
+    // Picks a table and waits until its columns have loaded into the form.
+    bool pickTable(QComboBox *box, const QString &table);
+    void joinCustomers();
     QString preview() const { return m_panel->preview()->sql(); }
     QString base(const QString &clauses = QString()) const;
-    QCheckBox *columnToggle(const QString &reference) const;
-    QCheckBox *groupToggle(const QString &reference) const;
+    QCheckBox *columnToggle(const QString &reference) const { return toggleFor(*m_panel, reference, true); }
+    QCheckBox *groupToggle(const QString &reference) const { return toggleFor(*m_panel, reference, false); }
     QComboBox *aggregateFor(const QString &reference) const;
     QComboBox *sortPicker() const;
 
@@ -172,10 +193,27 @@ void TestBuilderPanel::chooseDatabase()
 void TestBuilderPanel::chooseSource(const QString &table)
 {
     chooseDatabase();
-    QVERIFY(pick(m_panel->tablePicker(), table));
-    QVERIFY(settle(*m_session));
-    settleForm();
+    QVERIFY(pickTable(m_panel->tablePicker(), table));
     QVERIFY(columnToggle(table + QStringLiteral(".id")));
+}
+
+bool TestBuilderPanel::pickTable(QComboBox *box, const QString &table)
+{
+    if (!pick(box, table) || !settle(*m_session)) {
+        return false;
+    }
+    settleForm();
+    return true;
+}
+
+// Fills the first join line: orders LEFT JOIN customers on the customer's id.
+void TestBuilderPanel::joinCustomers()
+{
+    QVERIFY(
+        pickTable(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
+    QWidget *row = m_panel->joinRows().value(0);
+    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Left column")), QStringLiteral("orders.customer_id")));
+    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Right column")), QStringLiteral("customers.id")));
 }
 
 QString TestBuilderPanel::base(const QString &clauses) const
@@ -184,31 +222,10 @@ QString TestBuilderPanel::base(const QString &clauses) const
         + QStringLiteral("\nLIMIT 500;");
 }
 
-// A column toggle shares its row with the column's aggregate picker; group-by toggles stand alone.
-QCheckBox *TestBuilderPanel::columnToggle(const QString &reference) const
-{
-    for (QCheckBox *toggle : m_panel->findChildren<QCheckBox *>()) {
-        if (names(*toggle, reference) && aggregateNextTo(*toggle)) {
-            return toggle;
-        }
-    }
-    return nullptr;
-}
-
 QComboBox *TestBuilderPanel::aggregateFor(const QString &reference) const
 {
     QCheckBox *toggle = columnToggle(reference);
     return toggle ? aggregateNextTo(*toggle) : nullptr;
-}
-
-QCheckBox *TestBuilderPanel::groupToggle(const QString &reference) const
-{
-    for (QCheckBox *toggle : m_panel->findChildren<QCheckBox *>()) {
-        if (names(*toggle, reference) && !aggregateNextTo(*toggle)) {
-            return toggle;
-        }
-    }
-    return nullptr;
 }
 
 // The sort column picker: the one plain picker whose first choice (no sorting) carries no column.
@@ -230,16 +247,14 @@ void TestBuilderPanel::withoutADatabaseThereIsNothingToPick()
     QVERIFY(hint->isVisible());
     QVERIFY(!m_panel->tablePicker()->isEnabled());
     QCOMPARE(m_panel->tablePicker()->count(), 1);
-    QCOMPARE(preview(), QStringLiteral("Choose a table to build a query."));
 
     chooseDatabase();
     QVERIFY(!hint->isVisible());
     QVERIFY(m_panel->tablePicker()->isEnabled());
     QCOMPARE(m_panel->tablePicker()->count(), 3);
-    QCOMPARE(m_panel->tablePicker()->itemText(0), QStringLiteral("Choose a table…"));
     QVERIFY(m_panel->tablePicker()->findText(QStringLiteral("customers")) > 0);
     QVERIFY(m_panel->tablePicker()->findText(QStringLiteral("orders")) > 0);
-    // A database but no table yet: nothing to copy or open.
+    // A database but no table yet: the preview says so, and there is nothing to copy or open.
     QCOMPARE(preview(), QStringLiteral("Choose a table to build a query."));
     QVERIFY(!m_panel->copyButton()->isEnabled());
     QVERIFY(!m_panel->openButton()->isEnabled());
@@ -251,37 +266,24 @@ void TestBuilderPanel::choosingTheSourceTableLoadsItsColumns()
 {
     chooseDatabase();
     QVERIFY(!columnToggle(QStringLiteral("orders.id")));
-    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("orders")));
+    QVERIFY(pickTable(m_panel->tablePicker(), QStringLiteral("orders")));
     QCOMPARE(m_session->builder().table, std::string("orders"));
-    QVERIFY(settle(*m_session));
-    settleForm();
-
-    QCOMPARE(m_panel->tablePicker()->currentText(), QStringLiteral("orders"));
     for (const char *name : { "orders.id", "orders.customer_id", "orders.total", "orders.note" }) {
         QCheckBox *toggle = columnToggle(QString::fromLatin1(name));
-        QVERIFY2(toggle, name);
-        QVERIFY(!toggle->isChecked());
+        QVERIFY2(toggle && !toggle->isChecked(), name);
     }
-    // Only the primary-key column carries the key mark.
-    QVERIFY(columnToggle(QStringLiteral("orders.id"))->text() != QStringLiteral("orders.id"));
-    QCOMPARE(columnToggle(QStringLiteral("orders.total"))->text(), QStringLiteral("orders.total"));
     QCOMPARE(preview(), base());
-    QVERIFY(m_panel->copyButton()->isEnabled());
     QVERIFY(m_panel->openButton()->isEnabled());
 
     // The same table picked again keeps what was shaped so far.
     QVERIFY(click(columnToggle(QStringLiteral("orders.total"))));
-    settleForm();
     const QString shaped = preview();
     QVERIFY(shaped != base());
-    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("orders")));
-    QVERIFY(settle(*m_session));
+    QVERIFY(pickTable(m_panel->tablePicker(), QStringLiteral("orders")));
     QCOMPARE(preview(), shaped);
 
     // Another source table starts over with its own columns.
-    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("customers")));
-    QVERIFY(settle(*m_session));
-    settleForm();
+    QVERIFY(pickTable(m_panel->tablePicker(), QStringLiteral("customers")));
     QVERIFY(columnToggle(QStringLiteral("customers.name")));
     QVERIFY(!columnToggle(QStringLiteral("orders.total")));
     QCOMPARE(preview(), QStringLiteral("SELECT `customers`.*\nFROM `%1`.`customers`\nLIMIT 500;").arg(m_database));
@@ -294,30 +296,21 @@ void TestBuilderPanel::joinsAddAndRemoveTheirLines()
     QVERIFY(click(m_panel->addJoinButton()));
     QCOMPARE(m_panel->joinRows().size(), 1);
     QCOMPARE(preview(), QStringLiteral("Complete the table and both columns for each join."));
-    QVERIFY(!m_panel->copyButton()->isEnabled());
     QVERIFY(!m_panel->openButton()->isEnabled());
 
-    QVERIFY(pick(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
-    QVERIFY(settle(*m_session));
-    settleForm();
     // The joined table's columns are offered once they have loaded.
-    QWidget *row = m_panel->joinRows().value(0);
-    QVERIFY(part<QComboBox>(row, QStringLiteral("Right column"))->findText(QStringLiteral("customers.id")) > 0);
+    joinCustomers();
     QVERIFY(columnToggle(QStringLiteral("customers.name")));
-    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Left column")), QStringLiteral("orders.customer_id")));
-    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Right column")), QStringLiteral("customers.id")));
     const QString joined = base(
         QStringLiteral("\nLEFT JOIN `%1`.`customers`\n  ON `orders`.`customer_id` = `customers`.`id`").arg(m_database));
     QCOMPARE(preview(), joined);
-    QVERIFY(m_panel->copyButton()->isEnabled());
+    QVERIFY(m_panel->openButton()->isEnabled());
 
-    row = m_panel->joinRows().value(0);
-    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Type")), QStringLiteral("INNER JOIN")));
+    QVERIFY(pick(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Type")), QStringLiteral("INNER JOIN")));
     QCOMPARE(preview(), QString(joined).replace(QStringLiteral("LEFT JOIN"), QStringLiteral("INNER JOIN")));
 
     QVERIFY(click(part<QPushButton>(m_panel->joinRows().value(0), QStringLiteral("Remove join"))));
     QVERIFY(m_panel->joinRows().isEmpty());
-    QVERIFY(m_session->builder().joins.empty());
     QCOMPARE(preview(), base());
 }
 
@@ -329,70 +322,40 @@ void TestBuilderPanel::filtersQuoteTypedValuesAndKeepTheFocus()
     QWidget *row = m_panel->filterRows().value(0);
     QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Column")), QStringLiteral("orders.note")));
     QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Operator")), QStringLiteral("LIKE")));
-    auto *value = row->findChild<QLineEdit *>();
+    const QPointer<QLineEdit> value = row->findChild<QLineEdit *>();
     QVERIFY(value);
-    QCOMPARE(value->placeholderText(), QStringLiteral("Value (use % with LIKE)"));
-    const QPointer<QLineEdit> typedInto = value;
     m_panel->activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(m_panel.get()));
     QVERIFY(click(value));
-    QVERIFY(value->hasFocus());
     QTest::keyClicks(value, QStringLiteral("A%"));
     settleForm();
     QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%'")));
     // Every keystroke refreshed the preview, yet the same field still has the caret.
-    QVERIFY(typedInto);
-    QVERIFY(typedInto->hasFocus());
-    QCOMPARE(QApplication::focusWidget(), typedInto.data());
-    QCOMPARE(typedInto->text(), QStringLiteral("A%"));
-    QTest::keyClicks(typedInto, QStringLiteral("cme"));
+    QVERIFY(value);
+    QCOMPARE(QApplication::focusWidget(), value.data());
+    QTest::keyClicks(value, QStringLiteral("cme"));
     QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%cme'")));
+
+    // Ticked as a number, the text is refused rather than sent unquoted.
+    QVERIFY(click(part<QCheckBox>(m_panel->filterRows().value(0), QStringLiteral("Number"))));
+    QCOMPARE(preview(), QStringLiteral("Enter a valid number for orders.note."));
+    QVERIFY(!m_panel->copyButton()->isEnabled());
+    QVERIFY(click(part<QCheckBox>(m_panel->filterRows().value(0), QStringLiteral("Number"))));
 
     // A second filter, matched with OR.
     QVERIFY(click(m_panel->addFilterButton()));
     QCOMPARE(m_panel->filterRows().size(), 2);
-    QWidget *second = m_panel->filterRows().value(1);
-    QVERIFY(pick(part<QComboBox>(second, QStringLiteral("Operator")), QStringLiteral("IS NULL")));
-    QComboBox *match = nullptr;
-    for (QComboBox *box : m_panel->findChildren<QComboBox *>()) {
-        if (box->findText(QStringLiteral("Match any")) >= 0) {
-            match = box;
-        }
-    }
-    QVERIFY(pick(match, QStringLiteral("Match any")));
+    QVERIFY(
+        pick(part<QComboBox>(m_panel->filterRows().value(1), QStringLiteral("Operator")), QStringLiteral("IS NULL")));
+    QVERIFY(pick(pickerOffering(*m_panel, QStringLiteral("Match any")), QStringLiteral("Match any")));
     QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%cme'\n  OR `orders`.`id` IS NULL")));
 
     // Removing the filters one by one; the last one takes the WHERE clause with it.
     QVERIFY(click(part<QPushButton>(m_panel->filterRows().value(0), QStringLiteral("Remove filter"))));
-    QCOMPARE(m_panel->filterRows().size(), 1);
     QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`id` IS NULL")));
     QVERIFY(click(part<QPushButton>(m_panel->filterRows().value(0), QStringLiteral("Remove filter"))));
     QVERIFY(m_panel->filterRows().isEmpty());
     QCOMPARE(preview(), base());
-}
-
-void TestBuilderPanel::numericFilterRefusesAnythingButANumber()
-{
-    chooseSource(QStringLiteral("orders"));
-    QVERIFY(click(m_panel->addFilterButton()));
-    QWidget *row = m_panel->filterRows().value(0);
-    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Column")), QStringLiteral("orders.total")));
-    QVERIFY(click(part<QCheckBox>(row, QStringLiteral("Number"))));
-    QVERIFY(m_session->builder().filters.at(0).numeric);
-    auto *value = row->findChild<QLineEdit *>();
-    QTest::keyClicks(value, QStringLiteral("0 OR 1=1"));
-    QCOMPARE(preview(), QStringLiteral("Enter a valid number for orders.total."));
-    QVERIFY(!m_panel->copyButton()->isEnabled());
-    QVERIFY(!m_panel->openButton()->isEnabled());
-
-    value->selectAll();
-    QTest::keyClicks(value, QStringLiteral("12.5"));
-    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`total` = 12.5")));
-    QVERIFY(m_panel->copyButton()->isEnabled());
-
-    // Unticking Number quotes the same text instead.
-    QVERIFY(click(part<QCheckBox>(row, QStringLiteral("Number"))));
-    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`total` = '12.5'")));
 }
 
 void TestBuilderPanel::columnsAggregatesAndGrouping()
@@ -403,10 +366,8 @@ void TestBuilderPanel::columnsAggregatesAndGrouping()
         preview(), QStringLiteral("SELECT `orders`.`customer_id`\nFROM `%1`.`orders`\nLIMIT 500;").arg(m_database));
 
     // Choosing an aggregate selects the column too.
-    QVERIFY(!columnToggle(QStringLiteral("orders.total"))->isChecked());
     QVERIFY(pick(aggregateFor(QStringLiteral("orders.total")), QStringLiteral("SUM")));
     QVERIFY(columnToggle(QStringLiteral("orders.total"))->isChecked());
-    QVERIFY(groupToggle(QStringLiteral("orders.customer_id")));
     QVERIFY(click(groupToggle(QStringLiteral("orders.customer_id"))));
     QCOMPARE(preview(),
         QStringLiteral("SELECT `orders`.`customer_id`,\n       SUM(`orders`.`total`)\nFROM `%1`.`orders`\n"
@@ -418,44 +379,27 @@ void TestBuilderPanel::columnsAggregatesAndGrouping()
     QVERIFY(preview().startsWith(
         QStringLiteral("SELECT `orders`.`id`,\n       `orders`.`customer_id`,\n       SUM(`orders`.`total`)\n")));
 
-    // Unticking drops the column and its aggregate; "No aggregate" turns it back into a plain column.
+    // Unticking drops the column; "No aggregate" turns the other back into a plain column.
     QVERIFY(click(columnToggle(QStringLiteral("orders.id"))));
     QVERIFY(pick(aggregateFor(QStringLiteral("orders.total")), QStringLiteral("No aggregate")));
     QVERIFY(preview().startsWith(QStringLiteral("SELECT `orders`.`customer_id`,\n       `orders`.`total`\n")));
-    QVERIFY(click(columnToggle(QStringLiteral("orders.total"))));
-    QVERIFY(click(columnToggle(QStringLiteral("orders.customer_id"))));
-    QVERIFY(click(groupToggle(QStringLiteral("orders.customer_id"))));
-    QCOMPARE(preview(), base());
 }
 
 void TestBuilderPanel::distinctSortAndLimit()
 {
     chooseSource(QStringLiteral("orders"));
-    QCheckBox *distinct = part<QCheckBox>(m_panel.get(), QStringLiteral("Distinct rows"));
-    QVERIFY(distinct);
-    QVERIFY(click(distinct));
+    QVERIFY(click(part<QCheckBox>(m_panel.get(), QStringLiteral("Distinct rows"))));
     QVERIFY(preview().startsWith(QStringLiteral("SELECT DISTINCT `orders`.*\n")));
 
     QComboBox *sort = sortPicker();
-    QComboBox *direction = nullptr;
-    for (QComboBox *box : m_panel->findChildren<QComboBox *>()) {
-        if (box->findText(QStringLiteral("Descending")) >= 0) {
-            direction = box;
-        }
-    }
-    QVERIFY(sort && direction);
     QVERIFY(pick(sort, QStringLiteral("orders.id")));
     QVERIFY(preview().endsWith(QStringLiteral("\nORDER BY `orders`.`id` ASC\nLIMIT 500;")));
-    QVERIFY(pick(direction, QStringLiteral("Descending")));
+    QVERIFY(pick(pickerOffering(*m_panel, QStringLiteral("Descending")), QStringLiteral("Descending")));
     QVERIFY(preview().endsWith(QStringLiteral("\nORDER BY `orders`.`id` DESC\nLIMIT 500;")));
 
     auto *limit = m_panel->findChild<QSpinBox *>();
     QVERIFY(limit);
-    QCOMPARE(limit->value(), 500);
     limit->setFocus();
-    limit->selectAll();
-    QTest::keyClicks(limit, QStringLiteral("25"));
-    QVERIFY(preview().endsWith(QStringLiteral("\nLIMIT 25;")));
     limit->selectAll();
     QTest::keyClicks(limit, QStringLiteral("0"));
     QCOMPARE(preview(), QStringLiteral("The row limit must be between 1 and 100,000."));
@@ -464,8 +408,8 @@ void TestBuilderPanel::distinctSortAndLimit()
     // The empty sort choice takes ORDER BY away again.
     QVERIFY(pick(sort, sort->itemText(0)));
     limit->selectAll();
-    QTest::keyClicks(limit, QStringLiteral("10"));
-    QCOMPARE(preview(), QStringLiteral("SELECT DISTINCT `orders`.*\nFROM `%1`.`orders`\nLIMIT 10;").arg(m_database));
+    QTest::keyClicks(limit, QStringLiteral("25"));
+    QCOMPARE(preview(), QStringLiteral("SELECT DISTINCT `orders`.*\nFROM `%1`.`orders`\nLIMIT 25;").arg(m_database));
 }
 
 void TestBuilderPanel::actionsHandOverExactlyThePreview()
@@ -515,21 +459,13 @@ void TestBuilderPanel::tablesChosenWhileTheSessionWorksStillGetTheirColumns()
     QVERIFY(settle(*m_session));
     settleForm();
     QVERIFY(columnToggle(QStringLiteral("customers.name")));
-    QVERIFY(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Right column"))
-                ->findText(QStringLiteral("customers.id"))
-        > 0);
 }
 
 void TestBuilderPanel::removingAJoinDropsWhatReferredToItsTable()
 {
     chooseSource(QStringLiteral("orders"));
     QVERIFY(click(m_panel->addJoinButton()));
-    QVERIFY(pick(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
-    QVERIFY(settle(*m_session));
-    settleForm();
-    QWidget *row = m_panel->joinRows().value(0);
-    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Left column")), QStringLiteral("orders.customer_id")));
-    QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Right column")), QStringLiteral("customers.id")));
+    joinCustomers();
     // The joined table's column is selected, grouped, filtered and sorted on.
     QVERIFY(click(columnToggle(QStringLiteral("orders.id"))));
     QVERIFY(click(columnToggle(QStringLiteral("customers.name"))));
@@ -538,15 +474,12 @@ void TestBuilderPanel::removingAJoinDropsWhatReferredToItsTable()
     QVERIFY(pick(
         part<QComboBox>(m_panel->filterRows().value(0), QStringLiteral("Column")), QStringLiteral("customers.name")));
     QComboBox *sort = sortPicker();
-    QVERIFY(sort);
     QVERIFY(pick(sort, QStringLiteral("customers.name")));
     QVERIFY(preview().contains(QStringLiteral("`customers`.`name`\n")));
 
     // Without the join, nothing may point at its table: the form has no control left to remove
     // such a reference, and the statement would fail on the server.
     QVERIFY(click(part<QPushButton>(m_panel->joinRows().value(0), QStringLiteral("Remove join"))));
-    QVERIFY(m_panel->joinRows().isEmpty());
-    QVERIFY2(!preview().contains(QStringLiteral("customers")), qPrintable(preview()));
     QCOMPARE(preview(), QStringLiteral("SELECT `orders`.`id`\nFROM `%1`.`orders`\nLIMIT 500;").arg(m_database));
     QCOMPARE(sort->currentIndex(), 0);
     QVERIFY(m_panel->filterRows().isEmpty());
@@ -556,11 +489,7 @@ void TestBuilderPanel::tableNameWithADotListsItsColumns()
 {
     m_scratch->run("CREATE TABLE `order.lines` (id INT PRIMARY KEY, qty INT)");
     chooseDatabase();
-    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("order.lines")));
-    QVERIFY(settle(*m_session));
-    settleForm();
-    QVERIFY(columnToggle(QStringLiteral("order.lines.qty")));
-    QCOMPARE(preview(), QStringLiteral("SELECT `order.lines`.*\nFROM `%1`.`order.lines`\nLIMIT 500;").arg(m_database));
+    QVERIFY(pickTable(m_panel->tablePicker(), QStringLiteral("order.lines")));
     QVERIFY(click(columnToggle(QStringLiteral("order.lines.qty"))));
     QCOMPARE(
         preview(), QStringLiteral("SELECT `order.lines`.`qty`\nFROM `%1`.`order.lines`\nLIMIT 500;").arg(m_database));
@@ -575,9 +504,7 @@ void TestBuilderPanel::sameTableNameInAnotherDatabaseShowsItsOwnColumns()
 
     m_session->chooseDatabase(other.name());
     QVERIFY(settle(*m_session));
-    QVERIFY(pick(m_panel->tablePicker(), QStringLiteral("orders")));
-    QVERIFY(settle(*m_session));
-    settleForm();
+    QVERIFY(pickTable(m_panel->tablePicker(), QStringLiteral("orders")));
     QVERIFY(columnToggle(QStringLiteral("orders.placed_at")));
     QVERIFY(!columnToggle(QStringLiteral("orders.total")));
 }

@@ -63,7 +63,6 @@ private Q_SLOTS:
     void newQueryTabNeedsAnActiveSession();
     void searchFiltersTheConnectionList();
     void duplicateOpensTheSheetWithACopy();
-    void welcomePageUntilASessionIsActive();
     void closingAsksWhileAQueryRuns();
     void editCopyReachesAViewWithoutACopySlot();
 };
@@ -109,6 +108,7 @@ void TestMainWindow::menusInOrderWithShortcuts()
     QCOMPARE(layout, expected);
 }
 
+// Also: the welcome page stays until a session is active, even with a profile selected.
 void TestMainWindow::newQueryTabNeedsAnActiveSession()
 {
     WindowFixture fixture;
@@ -122,9 +122,14 @@ void TestMainWindow::newQueryTabNeedsAnActiveSession()
     const ConnectionProfile second = fixture.harness.profile("Second");
     QVERIFY(fixture.save(first));
     QVERIFY(fixture.save(second));
+    RootView *root = fixture.window.rootView();
+    fixture.store.setSelected(second.id);
+    QCOMPARE(root->detail(), root->welcome());
     ServerSession *inactive = fixture.store.session(first);
     fixture.store.connect(second);
     ServerSession *active = fixture.store.active();
+    QVERIFY(active);
+    QCOMPARE(root->detail(), root->sessionView(active->id()));
     QVERIFY(settle(*active));
     fixture.window.activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(&fixture.window));
@@ -161,39 +166,19 @@ void TestMainWindow::duplicateOpensTheSheetWithACopy()
     QVERIFY(fixture.save(prod));
     ConnectionRow *row = fixture.window.rootView()->sidebar()->rows().front();
     const QList<QAction *> actions = row->menuActions(row);
-    QStringList titles;
-    for (const QAction *action : actions) {
-        titles << action->text();
-    }
-    QCOMPARE(titles, (QStringList { "Connect", "Edit connection…", "Duplicate connection", "Remove connection…" }));
-    actions[2]->trigger();
+    QCOMPARE(actionTexts(actions),
+        (QStringList { "Connect", "Edit connection…", "Duplicate connection", "Remove connection…" }));
+    actionTitled(actions, QStringLiteral("Duplicate connection"))->trigger();
     QVERIFY(QTest::qWaitFor([&fixture] { return fixture.window.rootView()->sheet() != nullptr; }, 5000));
     ConnectionSheet *sheet = fixture.window.rootView()->sheet();
     QCOMPARE(sheet->nameField()->text(), QStringLiteral("Prod copy"));
     QVERIFY(sheet->profile().id != prod.id);
     QCOMPARE(sheet->profile().host, prod.host);
-    QCOMPARE(sheet->title(), QStringLiteral("New connection"));
+    QCOMPARE(sheet->title(), QStringLiteral("New connection")); // a copy is a profile of its own
     sheet->reject();
     QVERIFY(QTest::qWaitFor([&fixture] { return !fixture.store.showConnection(); }, 5000));
     QCOMPARE(fixture.store.profiles().size(), std::size_t(1));
     QCOMPARE(fixture.rowNames(), std::vector<std::string> { "Prod" });
-}
-
-void TestMainWindow::welcomePageUntilASessionIsActive()
-{
-    WindowFixture fixture;
-    const ConnectionProfile profile = fixture.harness.profile("Saved");
-    QVERIFY(fixture.save(profile));
-    RootView *root = fixture.window.rootView();
-    QCOMPARE(root->detail(), root->welcome());
-    fixture.store.setSelected(profile.id); // selected, but no session yet
-    QCOMPARE(root->detail(), root->welcome());
-    fixture.store.connect(profile);
-    ServerSession *session = fixture.store.active();
-    QVERIFY(session);
-    QCOMPARE(root->detail(), root->sessionView(session->id()));
-    QVERIFY(settle(*session));
-    QVERIFY(session->connected());
 }
 
 void TestMainWindow::closingAsksWhileAQueryRuns()

@@ -2,6 +2,7 @@
 #include "client/MySQLConnection.h"
 #include "core/SqlQuoting.h"
 #include "management/ManagementSQL.h"
+#include "support/Checks.h"
 #include "support/SessionHarness.h"
 #include "ui/ColumnDraftEditor.h"
 #include "ui/ManagementForm.h"
@@ -20,7 +21,9 @@ using namespace tallowick::test;
 Q_DECLARE_METATYPE(tallowick::ManagementSheet)
 
 // The management forms over a live session: every change is applied to the disposable server
-// and read back from it, and every refusal is checked to leave the server untouched.
+// and read back from it, and every refusal is checked to leave the server untouched. The
+// statements themselves are checked in depth in tests/management; here, that each form hands
+// over what the user entered and follows the job to its end.
 class TestManagementForms final : public QObject
 {
     Q_OBJECT
@@ -29,14 +32,11 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void createDatabaseAppearsAfterReload_data();
     void createDatabaseAppearsAfterReload();
     void createTableKeepsAnApostropheInADefault();
     void addedColumnIsReloadedIntoTheSession();
-    void editingKeepsWhatTheFormDoesNotShow_data();
     void editingKeepsWhatTheFormDoesNotShow();
     void createdIndexFollowsTableOrder();
-    void insertedRowReadsBack_data();
     void insertedRowReadsBack();
     void createdUserCanLogIn();
     void refusalsSendNothing_data();
@@ -52,8 +52,7 @@ private:
     // Clicks the apply button and waits for the job and the reload it chains.
     bool applyAndSettle(ManagementForm &form);
     std::optional<ColumnInfo> sessionColumn(const std::string &name) const;
-    // Rows as "a|b|c" with SQL NULL as <null>.
-    QStringList rows(const std::string &sql);
+    QStringList rows(const std::string &sql) { return rowTexts(m_scratch->run(sql).rows); }
     QString fullColumn(const std::string &table, const std::string &column);
 
     template <typename Widget> static Widget *field(const ManagementForm &form, const QString &name)
@@ -135,74 +134,44 @@ std::optional<ColumnInfo> TestManagementForms::sessionColumn(const std::string &
     return found == columns.end() ? std::nullopt : std::optional<ColumnInfo>(*found);
 }
 
-QStringList TestManagementForms::rows(const std::string &sql)
-{
-    QStringList lines;
-    for (const Row &row : m_scratch->run(sql).rows) {
-        QStringList cells;
-        for (const Cell &cell : row) {
-            cells << (cell ? QString::fromStdString(*cell) : QStringLiteral("<null>"));
-        }
-        lines << cells.join(QLatin1Char('|'));
-    }
-    return lines;
-}
-
 // Field, Type, Collation, Null, Key, Default, Extra, Privileges, Comment of one column.
 QString TestManagementForms::fullColumn(const std::string &table, const std::string &column)
 {
     return rows("SHOW FULL COLUMNS FROM " + SQL::identifier(table) + " WHERE Field = " + SQL::value(column)).value(0);
 }
 
-void TestManagementForms::createDatabaseAppearsAfterReload_data()
-{
-    QTest::addColumn<int>("charsetIndex");
-    QTest::addColumn<QString>("charset");
-
-    QTest::newRow("the recommended character set") << 0 << "utf8mb4";
-    QTest::newRow("latin1") << static_cast<int>(
-        std::find(characterSets().begin(), characterSets().end(), "latin1") - characterSets().begin())
-                            << "latin1";
-}
-
 void TestManagementForms::createDatabaseAppearsAfterReload()
 {
-    QFETCH(int, charsetIndex);
-    QFETCH(QString, charset);
-
     const std::string name = m_scratch->name() + "_new`db";
+    const QString quoted = QStringLiteral("`%1_new``db`").arg(QString::fromStdString(m_scratch->name()));
     m_databasesToDrop.push_back(name);
     auto form = open(ManagementSheet::createDatabase);
-    QCOMPARE(form->windowTitle(), QStringLiteral("Create database"));
     auto *charsets = field<QComboBox>(*form, QStringLiteral("charset"));
     QVERIFY(charsets);
-    QCOMPARE(charsets->itemText(0), QStringLiteral("utf8mb4 (recommended)"));
-    charsets->setCurrentIndex(charsetIndex);
     field<QLineEdit>(*form, QStringLiteral("name"))->setText(QString::fromStdString(name));
     // The label of the recommended set must not leak into the statement.
-    QCOMPARE(form->previewText(),
-        QStringLiteral("CREATE DATABASE `%1_new``db` CHARACTER SET %2;")
-            .arg(QString::fromStdString(m_scratch->name()), charset));
-    QVERIFY(form->errorText().isEmpty());
+    QCOMPARE(charsets->currentText(), QStringLiteral("utf8mb4 (recommended)"));
+    QCOMPARE(form->previewText(), QStringLiteral("CREATE DATABASE %1 CHARACTER SET utf8mb4;").arg(quoted));
+    charsets->setCurrentIndex(charsets->findText(QStringLiteral("latin1")));
+    QCOMPARE(form->previewText(), QStringLiteral("CREATE DATABASE %1 CHARACTER SET latin1;").arg(quoted));
 
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
-    QCOMPARE(form->result(), int(QDialog::Accepted));
     QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
+    QCOMPARE(form->result(), int(QDialog::Accepted));
 
+    // The statement was shown for review exactly as previewed.
     QCOMPARE(m_harness->prompts.asked.size(), std::size_t(1));
     const ScriptedPrompts::Question &review = m_harness->prompts.asked.front();
     QCOMPARE(review.kind, std::string("sql"));
     QCOMPARE(QString::fromStdString(review.text), form->previewText());
     QCOMPARE(review.title, std::string("Apply Create database"));
-    QVERIFY(QString::fromStdString(review.detail).startsWith(QStringLiteral("Target: ")));
-    QVERIFY(QString::fromStdString(review.detail).endsWith(QStringLiteral(". Schema changes can commit immediately.")));
 
     const StringList &databases = m_session->databases();
     QVERIFY(std::find(databases.begin(), databases.end(), name) != databases.end());
     QCOMPARE(rows("SELECT DEFAULT_CHARACTER_SET_NAME FROM information_schema.SCHEMATA WHERE SCHEMA_NAME = "
                  + SQL::value(name)),
-        QStringList { charset });
+        QStringList { QStringLiteral("latin1") });
 }
 
 void TestManagementForms::createTableKeepsAnApostropheInADefault()
@@ -224,12 +193,10 @@ void TestManagementForms::createTableKeepsAnApostropheInADefault()
     columns->removeRow(2);
     QCOMPARE(columns->rowCount(), 2);
     QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
-    QVERIFY(!form->previewText().contains(QStringLiteral("dropped")));
 
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
     QCOMPARE(form->result(), int(QDialog::Accepted));
-    QCOMPARE(m_harness->prompts.asked.front().title, std::string("Apply Create table"));
 
     const std::vector<TableInfo> &tables = m_session->tables().at(m_scratch->name());
     QVERIFY(std::any_of(tables.begin(), tables.end(), [](const TableInfo &table) { return table.name == "it's new"; }));
@@ -253,59 +220,35 @@ void TestManagementForms::addedColumnIsReloadedIntoTheSession()
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
     QCOMPARE(form->result(), int(QDialog::Accepted));
+    // Type, Null and Default as the server holds them; the blanks around name and type are gone.
     const QStringList shipped = fullColumn("orders", "shipped").split(QLatin1Char('|'));
-    QCOMPARE(shipped.size(), 9);
-    QCOMPARE(shipped[1], QStringLiteral("varchar(20)"));
-    QCOMPARE(shipped[3], QStringLiteral("NO"));
-    QCOMPARE(shipped[5], QStringLiteral("n/a"));
+    QCOMPARE(QStringList({ shipped.value(1), shipped.value(3), shipped.value(5) }),
+        QStringList({ QStringLiteral("varchar(20)"), QStringLiteral("NO"), QStringLiteral("n/a") }));
     QVERIFY(sessionColumn("shipped"));
     const std::vector<std::string> shown = m_session->tableResult().columnNames();
     QVERIFY(std::find(shown.begin(), shown.end(), "shipped") != shown.end());
 }
 
-void TestManagementForms::editingKeepsWhatTheFormDoesNotShow_data()
-{
-    QTest::addColumn<QString>("column");
-    QTest::addColumn<QString>("shownType");
-    QTest::addColumn<QString>("newType"); // empty: left as shown
-    QTest::addColumn<QString>("storedType");
-
-    QTest::newRow("VARCHAR made longer keeps collation and comment") << "name"
-                                                                     << "VARCHAR(100)"
-                                                                     << "varchar(200)"
-                                                                     << "varchar(200)";
-    QTest::newRow("TIMESTAMP untouched keeps ON UPDATE") << "changed"
-                                                         << "TIMESTAMP" << QString() << "timestamp";
-}
-
+// A TIMESTAMP column saved untouched keeps its ON UPDATE clause, which the form does not show;
+// the other kinds of column are covered against the server in tests/management.
 void TestManagementForms::editingKeepsWhatTheFormDoesNotShow()
 {
-    QFETCH(QString, column);
-    QFETCH(QString, shownType);
-    QFETCH(QString, newType);
-    QFETCH(QString, storedType);
-
-    const std::optional<ColumnInfo> existing = sessionColumn(column.toStdString());
+    const std::optional<ColumnInfo> existing = sessionColumn("changed");
     QVERIFY(existing);
-    QStringList before = fullColumn("orders", column.toStdString()).split(QLatin1Char('|'));
-    QCOMPARE(before.size(), 9);
+    const QString before = fullColumn("orders", "changed");
+    QVERIFY(before.contains(QStringLiteral("on update"), Qt::CaseInsensitive));
     auto form = open(ManagementSheet::modifyColumn, existing);
-    QCOMPARE(form->windowTitle(), QStringLiteral("Edit column"));
     auto *columns = form->findChild<ColumnDraftEditor *>();
     QVERIFY(columns);
-    QCOMPARE(columns->nameField(0)->text(), column);
-    QCOMPARE(columns->typeField(0)->currentText(), shownType);
+    QCOMPARE(columns->nameField(0)->text(), QStringLiteral("changed"));
+    QCOMPARE(columns->typeField(0)->currentText(), QStringLiteral("TIMESTAMP"));
     QVERIFY(!columns->nullableToggle(0)->isChecked());
-    if (!newType.isEmpty()) {
-        columns->typeField(0)->setCurrentText(newType);
-    }
     QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
 
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
     QCOMPARE(form->result(), int(QDialog::Accepted));
-    before[1] = storedType;
-    QCOMPARE(fullColumn("orders", column.toStdString()), before.join(QLatin1Char('|')));
+    QCOMPARE(fullColumn("orders", "changed"), before);
 }
 
 void TestManagementForms::createdIndexFollowsTableOrder()
@@ -320,48 +263,14 @@ void TestManagementForms::createdIndexFollowsTableOrder()
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
     QCOMPARE(form->result(), int(QDialog::Accepted));
-    const QueryResult index = m_scratch->run("SHOW INDEX FROM orders WHERE Key_name = 'by total, name'");
-    QStringList columns;
-    for (const Row &row : index.rows) {
-        columns << QString::fromStdString(
-            row[1].value_or("?") + " " + row[3].value_or("?") + " " + row[4].value_or("?"));
-    }
-    QCOMPARE(columns, (QStringList { QStringLiteral("0 1 name"), QStringLiteral("0 2 total") }));
-}
-
-void TestManagementForms::insertedRowReadsBack_data()
-{
-    // Per column of `items`: the mode to pick (empty keeps the one the form starts with) and the
-    // text to put in its value field.
-    QTest::addColumn<QString>("labelMode");
-    QTest::addColumn<QString>("label");
-    QTest::addColumn<QString>("priceMode");
-    QTest::addColumn<QString>("price");
-    QTest::addColumn<QString>("noteMode");
-    QTest::addColumn<QString>("note");
-    QTest::addColumn<QString>("expected");
-
-    QTest::newRow("server defaults") << QString() << QString() << QString() << QString() << QString() << QString()
-                                     << "1|A-1|none|<null>|<null>";
-    QTest::newRow("NULL and text that needs escaping")
-        << "Value" << QStringLiteral("O'Brien \\ \"q\"") << "NULL"
-        << "12.00"
-        << "Value" << QStringLiteral("two\nlines \U0001F9F9")
-        << QStringLiteral("1|A-1|O'Brien \\ \"q\"|<null>|two\nlines \U0001F9F9");
-    QTest::newRow("an empty value is not NULL")
-        << QString() << QString() << QString() << QString() << "Value" << QString() << "1|A-1|none|<null>|";
+    // Non_unique, Seq_in_index, Column_name.
+    QCOMPARE(rows("SELECT NON_UNIQUE, SEQ_IN_INDEX, COLUMN_NAME FROM information_schema.STATISTICS WHERE "
+                  "TABLE_SCHEMA = DATABASE() AND INDEX_NAME = 'by total, name' ORDER BY SEQ_IN_INDEX"),
+        (QStringList { QStringLiteral("0|1|name"), QStringLiteral("0|2|total") }));
 }
 
 void TestManagementForms::insertedRowReadsBack()
 {
-    QFETCH(QString, labelMode);
-    QFETCH(QString, label);
-    QFETCH(QString, priceMode);
-    QFETCH(QString, price);
-    QFETCH(QString, noteMode);
-    QFETCH(QString, note);
-    QFETCH(QString, expected);
-
     QVERIFY(selectTable("items"));
     auto form = open(ManagementSheet::insertRow);
     // What the server can fill starts on Default; the required column asks for a value.
@@ -374,24 +283,23 @@ void TestManagementForms::insertedRowReadsBack()
         QVERIFY(combo);
         QCOMPARE(combo->currentText(), mode);
     }
-    // Typing switches a column to Value by itself.
     QTest::keyClicks(field<QLineEdit>(*form, QStringLiteral("value:code")), QStringLiteral("A-1"));
-    const auto set = [&form](const QString &column, const QString &mode, const QString &value) {
-        if (!mode.isEmpty()) {
-            field<QComboBox>(*form, QStringLiteral("mode:") + column)->setCurrentText(mode);
-        }
-        field<QLineEdit>(*form, QStringLiteral("value:") + column)->setText(value);
-    };
-    set(QStringLiteral("label"), labelMode, label);
-    set(QStringLiteral("price"), priceMode, price);
-    set(QStringLiteral("note"), noteMode, note);
+    // Typing switches a column to Value by itself; the id stays on Default.
+    QTest::keyClicks(field<QLineEdit>(*form, QStringLiteral("value:label")), QStringLiteral("O'Brien \\ \"q\""));
+    QCOMPARE(field<QComboBox>(*form, QStringLiteral("mode:label"))->currentText(), QStringLiteral("Value"));
+    // NULL wins over text left in the field.
+    field<QLineEdit>(*form, QStringLiteral("value:price"))->setText(QStringLiteral("12.00"));
+    field<QComboBox>(*form, QStringLiteral("mode:price"))->setCurrentText(QStringLiteral("NULL"));
+    field<QComboBox>(*form, QStringLiteral("mode:note"))->setCurrentText(QStringLiteral("Value"));
+    field<QLineEdit>(*form, QStringLiteral("value:note"))->setText(QStringLiteral("two\nlines \U0001F9F9"));
     QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
 
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
     QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
     QCOMPARE(form->result(), int(QDialog::Accepted));
-    QCOMPARE(rows("SELECT * FROM items"), QStringList { expected });
+    QCOMPARE(rows("SELECT * FROM items"),
+        QStringList { QStringLiteral("1|A-1|O'Brien \\ \"q\"|<null>|two\nlines \U0001F9F9") });
     QCOMPARE(m_session->tableResult().rows.size(), std::size_t(1));
 }
 
@@ -401,7 +309,6 @@ void TestManagementForms::createdUserCanLogIn()
     const std::string password = "it's a \"secret\" \\ \xE2\x9C\x93";
     m_usersToDrop.push_back(user);
     auto form = open(ManagementSheet::createUser);
-    QCOMPARE(field<QPushButton>(*form, QStringLiteral("apply"))->text(), QStringLiteral("Create user"));
     QCOMPARE(field<QLineEdit>(*form, QStringLiteral("host"))->text(), QStringLiteral("%"));
     field<QLineEdit>(*form, QStringLiteral("name"))->setText(QString::fromStdString(user));
     field<QLineEdit>(*form, QStringLiteral("password"))->setText(QString::fromStdString(password));
@@ -411,10 +318,7 @@ void TestManagementForms::createdUserCanLogIn()
     QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
     QCOMPARE(form->result(), int(QDialog::Accepted));
     QCOMPARE(m_harness->prompts.asked.size(), std::size_t(1));
-    const ScriptedPrompts::Question &question = m_harness->prompts.asked.front();
-    QCOMPARE(question.kind, std::string("action"));
-    QCOMPARE(question.text, std::string("Create MySQL user?"));
-    QVERIFY(QString::fromStdString(question.detail).endsWith(QStringLiteral(", initially without privileges.")));
+    QCOMPARE(m_harness->prompts.asked.front().text, std::string("Create MySQL user?"));
 
     // The reload lists the account.
     const RowList &listed = m_session->metadata().rows;
@@ -430,39 +334,29 @@ void TestManagementForms::createdUserCanLogIn()
 
 void TestManagementForms::refusalsSendNothing_data()
 {
+    // One refusal per form; every reason is checked on the drafts in tests/management.
     QTest::addColumn<ManagementSheet>("kind");
     QTest::addColumn<QString>("name"); // the name field, when the form has one
     QTest::addColumn<QString>("columnName"); // the last column row, when the form has rows
     QTest::addColumn<QString>("columnType");
-    QTest::addColumn<QString>("host");
-    QTest::addColumn<QString>("password");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("database name of spaces") << ManagementSheet::createDatabase << "   " << QString() << QString()
-                                             << QString() << QString() << "Enter a database name.";
-    QTest::newRow("table without a name") << ManagementSheet::createTable << QString() << QString() << QString()
-                                          << QString() << QString() << "Enter a table name.";
+    QTest::newRow("database name of spaces")
+        << ManagementSheet::createDatabase << "   " << QString() << QString() << "Enter a database name.";
     QTest::newRow("two columns named alike") << ManagementSheet::createTable << "t"
                                              << "ID"
-                                             << "INT" << QString() << QString() << "Column names must be unique.";
+                                             << "INT"
+                                             << "Column names must be unique.";
     QTest::newRow("type with a character set")
         << ManagementSheet::addColumn << QString() << "x"
-        << "VARCHAR(255) CHARACTER SET latin1" << QString() << QString()
+        << "VARCHAR(255) CHARACTER SET latin1"
         << "Enter a simple SQL type such as VARCHAR(255), DECIMAL(10,2), or BIGINT UNSIGNED. Use the SQL editor for "
            "complex types.";
-    QTest::newRow("column without a name") << ManagementSheet::addColumn << QString() << QString() << "INT" << QString()
-                                           << QString() << "Every column needs a name.";
-    QTest::newRow("index without columns")
-        << ManagementSheet::addIndex << "by_nothing" << QString() << QString() << QString() << QString()
-        << "Name the index and choose at least one column.";
+    QTest::newRow("index without columns") << ManagementSheet::addIndex << "by_nothing" << QString() << QString()
+                                           << "Name the index and choose at least one column.";
+    // The host starts as "%"; the password is left empty.
     QTest::newRow("user without a password") << ManagementSheet::createUser << "someone" << QString() << QString()
-                                             << "%" << QString() << "Enter a username, client host, and password.";
-    QTest::newRow("user without a host") << ManagementSheet::createUser << "someone" << QString() << QString()
-                                         << QString() << "pw"
-                                         << "Enter a username, client host, and password.";
-    QTest::newRow("user without a name") << ManagementSheet::createUser << QString() << QString() << QString() << "%"
-                                         << "pw"
-                                         << "Enter a username, client host, and password.";
+                                             << "Enter a username, client host, and password.";
 }
 
 void TestManagementForms::refusalsSendNothing()
@@ -471,8 +365,6 @@ void TestManagementForms::refusalsSendNothing()
     QFETCH(QString, name);
     QFETCH(QString, columnName);
     QFETCH(QString, columnType);
-    QFETCH(QString, host);
-    QFETCH(QString, password);
     QFETCH(QString, expected);
 
     auto form = open(kind);
@@ -486,12 +378,6 @@ void TestManagementForms::refusalsSendNothing()
         const int last = columns->rowCount() - 1;
         columns->nameField(last)->setText(columnName);
         columns->typeField(last)->setCurrentText(columnType);
-    }
-    if (auto *hostField = field<QLineEdit>(*form, QStringLiteral("host"))) {
-        hostField->setText(host);
-    }
-    if (auto *passwordField = field<QLineEdit>(*form, QStringLiteral("password"))) {
-        passwordField->setText(password);
     }
     QVERIFY(form->previewText().isEmpty());
     QVERIFY(!form->errorText().isEmpty());

@@ -1,17 +1,21 @@
+#include "support/WidgetDriving.h"
 #include "ui/NativeGrid.h"
 
 #include <QAbstractItemModelTester>
 #include <QApplication>
 #include <QClipboard>
+#include <QColor>
 #include <QContextMenuEvent>
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QMenu>
+#include <QPalette>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
 
 using namespace tallowick;
+using namespace tallowick::test;
 
 namespace
 {
@@ -50,7 +54,7 @@ QueryResult sampleResult()
         { "1", "ann@example.org", "3", "plain" },
         { "2", std::nullopt, "5", "a,b" },
         { "3", "cy@example.org", std::nullopt, "say \"hi\"" },
-        { "4", "dee@example.org", "9", "abc" },
+        { "4", "dee@example.org", "9", "" },
     };
     return result;
 }
@@ -67,30 +71,12 @@ QueryResult sampleResultWithRows(std::size_t count)
     return result;
 }
 
-struct Edit {
-    std::int64_t row;
-    std::int64_t column;
-    Cell value;
-    bool operator==(const Edit &) const = default;
-};
-
-// Failure messages list the edits the grid sent.
-char *toString(const std::vector<Edit> &edits)
-{
-    std::string text = "[";
-    for (const Edit &edit : edits) {
-        text += " (" + std::to_string(edit.row) + ", " + std::to_string(edit.column) + ", "
-            + (edit.value ? "\"" + *edit.value + "\"" : std::string("NULL")) + ")";
-    }
-    text += " ]";
-    return qstrdup(text.c_str());
-}
-
-// A grid with a model checker and a record of everything it reported to the host.
+// A grid with a model checker and a record of everything it reported to the host. Edits read
+// "row,field,value" with SQL NULL as <null>, so a failure prints them.
 struct GridFixture {
     NativeGrid grid;
     QAbstractItemModelTester tester { grid.model(), QAbstractItemModelTester::FailureReportingMode::QtTest };
-    std::vector<Edit> edits;
+    QStringList edits;
     std::vector<std::int64_t> selections;
     std::vector<std::string> sorts;
 
@@ -98,7 +84,10 @@ struct GridFixture {
     {
         QObject::connect(
             &grid, &NativeGrid::cellEdited, &grid, [this](std::int64_t row, std::int64_t column, const Cell &value) {
-                edits.push_back({ row, column, value });
+                edits << QStringLiteral("%1,%2,%3")
+                             .arg(row)
+                             .arg(column)
+                             .arg(value ? QString::fromStdString(*value) : QStringLiteral("<null>"));
             });
         QObject::connect(
             &grid, &NativeGrid::rowSelected, &grid, [this](std::int64_t row) { selections.push_back(row); });
@@ -123,45 +112,18 @@ struct GridFixture {
         header->moveSection(header->visualIndex(field), 0);
     }
 
-    void clickRow(int row)
-    {
-        QTest::mouseClick(grid.viewport(), Qt::LeftButton, {}, grid.visualRect(index(row, idField)).center());
-    }
-
-    void doubleClick(const QModelIndex &cell)
-    {
-        const QPoint at = grid.visualRect(cell).center();
-        QTest::mouseClick(grid.viewport(), Qt::LeftButton, {}, at);
-        QTest::mouseDClick(grid.viewport(), Qt::LeftButton, {}, at);
-    }
+    void clickRow(int row) { clickCell(grid, index(row, idField)); }
 
     QLineEdit *editorAt(const QModelIndex &cell) const { return qobject_cast<QLineEdit *>(grid.indexWidget(cell)); }
-
-    QStringList menuTexts(int row, int field)
-    {
-        QStringList texts;
-        const std::unique_ptr<QMenu> menu = grid.contextMenuFor(row, field);
-        if (menu) {
-            for (const QAction *action : menu->actions()) {
-                texts << (action->isSeparator() ? QStringLiteral("-") : action->text());
-            }
-        }
-        return texts;
-    }
 
     bool triggerMenuItem(int row, int field, const QString &text)
     {
         const std::unique_ptr<QMenu> menu = grid.contextMenuFor(row, field);
-        if (!menu) {
-            return false;
+        QAction *action = menu ? actionTitled(menu->actions(), text) : nullptr;
+        if (action) {
+            action->trigger();
         }
-        for (QAction *action : menu->actions()) {
-            if (action->text() == text) {
-                action->trigger();
-                return true;
-            }
-        }
-        return false;
+        return action != nullptr;
     }
 };
 
@@ -172,8 +134,9 @@ const QStringList editItems {
 
 } // namespace
 
-// The result grid as the user meets it: editing, menus, copying, header clicks, and the host's
-// refreshes that must not undo the user's column layout or selection.
+// The result grid and its model as the user meets them: what cells and headers say, editing,
+// menus, copying, header clicks, and the host's refreshes that must not undo the user's column
+// layout or selection. Every fixture runs Qt's model tester over the grid's model.
 class TestNativeGrid final : public QObject
 {
     Q_OBJECT
@@ -181,16 +144,15 @@ class TestNativeGrid final : public QObject
 private Q_SLOTS:
     void columnTitlesAndWidths_data();
     void columnTitlesAndWidths();
+    void cellRoles_data();
+    void cellRoles();
     void rowsHaveTheFixedHeight();
     void editingSendsChangedText_data();
     void editingSendsChangedText();
     void readOnlyCellsOfferNoEdit_data();
     void readOnlyCellsOfferNoEdit();
-    void setToNullSendsNull();
-    void copying_data();
-    void copying();
-    void rightClickSelectsRowAndActsOnFieldUnderPointer_data();
-    void rightClickSelectsRowAndActsOnFieldUnderPointer();
+    void menuActions_data();
+    void menuActions();
     void headerClickAfterMovingColumns_data();
     void headerClickAfterMovingColumns();
     void refreshDecidesWhatToReload_data();
@@ -201,41 +163,89 @@ private Q_SLOTS:
     void selectionFollowsHost_data();
     void selectionFollowsHost();
     void userSelectionIsReported();
-    void hostEchoingSelectionSettles_data();
     void hostEchoingSelectionSettles();
 };
 
 void TestNativeGrid::columnTitlesAndWidths_data()
 {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<bool>("primary");
+    QTest::addColumn<Field>("field");
     QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("toolTip");
     QTest::addColumn<int>("width");
-    QTest::newRow("id, raised to the floor") << "id" << false << "id" << 140;
-    QTest::newRow("key sign not counted") << "id" << true << "\u26BF id" << 140;
-    QTest::newRow("12 characters, just above the floor") << "shipping_fee" << false << "shipping_fee" << 141;
-    QTest::newRow("20 characters") << "customer_postal_code" << false << "customer_postal_code" << 205;
-    QTest::newRow("31 characters, just below the cap")
-        << QString(31, QLatin1Char('c')) << false << QString(31, QLatin1Char('c')) << 293;
+    const QString calculated = QStringLiteral("Calculated or metadata column");
+    QTest::newRow("id, raised to the floor") << tableColumn("id") << "id"
+                                             << "shop.orders.id" << 140;
+    QTest::newRow("key sign not counted") << tableColumn("id", true) << "\u26BF id"
+                                          << "shop.orders.id" << 140;
+    QTest::newRow("20 characters") << tableColumn("customer_postal_code") << "customer_postal_code"
+                                   << "shop.orders.customer_postal_code" << 205;
+    const QString forty = QStringLiteral("a_column_name_that_is_forty_chars_long_x");
     QTest::newRow("40 characters, capped")
-        << "a_column_name_that_is_forty_chars_long_x" << false << "a_column_name_that_is_forty_chars_long_x" << 300;
+        << tableColumn(forty.toStdString()) << forty << QStringLiteral("shop.orders.") + forty << 300;
     // 15 characters but 19 bytes: counted as the user sees them.
-    QTest::newRow("accented name") << "größe_gewicht_ä" << false << "größe_gewicht_ä" << 165;
+    QTest::newRow("accented name") << tableColumn("größe_gewicht_ä") << "größe_gewicht_ä"
+                                   << "shop.orders.größe_gewicht_ä" << 165;
+    Field aliased = tableColumn("placed");
+    aliased.originalName = "created_at";
+    aliased.sourceAlias = "o";
+    QTest::newRow("alias shows the source column") << aliased << "placed"
+                                                   << "shop.orders.created_at" << 140;
+    QTest::newRow("expression") << computedColumn("COUNT(*)") << "COUNT(*)" << calculated << 140;
 }
 
 void TestNativeGrid::columnTitlesAndWidths()
 {
-    QFETCH(QString, name);
-    QFETCH(bool, primary);
+    QFETCH(Field, field);
     QFETCH(QString, title);
+    QFETCH(QString, toolTip);
     QFETCH(int, width);
 
     QueryResult result;
-    result.fields = { tableColumn("first"), tableColumn(name.toStdString(), primary) };
+    result.fields = { tableColumn("first"), field };
     result.rows = { { "1", "2" } };
     GridFixture fixture(result);
     QCOMPARE(fixture.grid.model()->headerData(1, Qt::Horizontal).toString(), title);
+    QCOMPARE(fixture.grid.model()->headerData(1, Qt::Horizontal, Qt::ToolTipRole).toString(), toolTip);
     QCOMPARE(fixture.grid.horizontalHeader()->sectionSize(1), width);
+}
+
+void TestNativeGrid::cellRoles_data()
+{
+    QTest::addColumn<int>("row");
+    QTest::addColumn<int>("field");
+    QTest::addColumn<QString>("display");
+    QTest::addColumn<QString>("toolTip");
+    QTest::addColumn<bool>("faint");
+    QTest::addColumn<QString>("accessible");
+    QTest::newRow("value") << 0 << emailField << "ann@example.org"
+                           << "ann@example.org" << false << "email, row 1";
+    QTest::newRow("NULL") << 1 << emailField << "NULL"
+                          << "SQL NULL" << true << "email, row 2";
+    QTest::newRow("empty string is not NULL") << 3 << noteField << ""
+                                              << "" << false << "note, row 4";
+}
+
+void TestNativeGrid::cellRoles()
+{
+    QFETCH(int, row);
+    QFETCH(int, field);
+    QFETCH(QString, display);
+    QFETCH(QString, toolTip);
+    QFETCH(bool, faint);
+    QFETCH(QString, accessible);
+
+    GridFixture fixture;
+    const QModelIndex cell = fixture.index(row, field);
+    QCOMPARE(cell.data(Qt::DisplayRole).toString(), display);
+    QCOMPARE(cell.data(Qt::EditRole).toString(), display);
+    QCOMPARE(cell.data(Qt::ToolTipRole).toString(), toolTip);
+    QCOMPARE(cell.data(Qt::AccessibleTextRole).toString(), accessible);
+    const QVariant foreground = cell.data(Qt::ForegroundRole);
+    if (faint) {
+        QCOMPARE(foreground.value<QColor>(), QGuiApplication::palette().color(QPalette::PlaceholderText));
+    } else {
+        QVERIFY(!foreground.isValid()); // the normal text colour
+    }
 }
 
 void TestNativeGrid::rowsHaveTheFixedHeight()
@@ -262,7 +272,7 @@ void TestNativeGrid::editingSendsChangedText_data()
     QTest::newRow("NULL cell left unchanged") << "" << true << false << "" << false << "";
     QTest::newRow("NULL cell retyped as NULL") << "" << true << false << "NULL" << false << "";
     QTest::newRow("NULL cell given a value") << "" << true << false << "7" << true << "7";
-    QTest::newRow("empty value left unchanged") << "" << false << false << "" << false << "";
+    // Longer than a line edit holds by default; an untouched long value must not come back cut.
     QTest::newRow("40000-character value left unchanged")
         << QString(40000, QLatin1Char('x')) << false << false << "" << false << "";
 }
@@ -283,10 +293,9 @@ void TestNativeGrid::editingSendsChangedText()
     QVERIFY(fixture.show());
     // The edited column now shows first on screen; the edit must still name its field.
     fixture.moveToFront(noteField);
-    QCOMPARE(fixture.grid.horizontalHeader()->visualIndex(noteField), 0);
 
     const QModelIndex cell = fixture.index(row, noteField);
-    fixture.doubleClick(cell);
+    doubleClickCell(fixture.grid, cell);
     QLineEdit *editor = fixture.editorAt(cell);
     QVERIFY(editor);
     QCOMPARE(editor->text(), originalIsNull ? QStringLiteral("NULL") : originalText);
@@ -301,9 +310,8 @@ void TestNativeGrid::editingSendsChangedText()
     QCoreApplication::processEvents(); // Enter commits through a queued call
     QVERIFY(!fixture.editorAt(cell));
 
-    const std::vector<Edit> none;
-    const std::vector<Edit> one { { row, noteField, Cell(expected.toStdString()) } };
-    QCOMPARE(fixture.edits, sent ? one : none);
+    const QString edit = QStringLiteral("%1,%2,%3").arg(row).arg(noteField).arg(expected);
+    QCOMPARE(fixture.edits, sent ? QStringList { edit } : QStringList());
     // The grid waits for the host's new result instead of showing the edit itself.
     QCOMPARE(fixture.index(row, noteField).data().toString(), originalIsNull ? QStringLiteral("NULL") : originalText);
 }
@@ -313,11 +321,13 @@ void TestNativeGrid::readOnlyCellsOfferNoEdit_data()
     QTest::addColumn<bool>("gridEditable");
     QTest::addColumn<int>("field");
     QTest::addColumn<bool>("editable");
-    QTest::newRow("table column in an editable grid") << true << emailField << true;
+    QTest::newRow("table column in an editable grid") << true << noteField << true;
     QTest::newRow("expression in an editable grid") << true << totalField << false;
-    QTest::newRow("table column in a read-only grid") << false << emailField << false;
+    QTest::newRow("table column in a read-only grid") << false << noteField << false;
 }
 
+// Double-click and right-click on a column dragged to the front: both must act on the field
+// under the pointer, not on the one that used to sit there.
 void TestNativeGrid::readOnlyCellsOfferNoEdit()
 {
     QFETCH(bool, gridEditable);
@@ -327,105 +337,66 @@ void TestNativeGrid::readOnlyCellsOfferNoEdit()
     GridFixture fixture(sampleResult(), gridEditable);
     QVERIFY(fixture.show());
     fixture.moveToFront(field);
-    const QModelIndex cell = fixture.index(0, field);
-    fixture.doubleClick(cell);
+    const QModelIndex cell = fixture.index(2, field);
+    const QPoint at = fixture.grid.visualRect(cell).center();
+    QCOMPARE(fixture.grid.columnAt(at.x()), field);
+
+    QStringList shown { QStringLiteral("(no menu)") };
+    QTimer::singleShot(0, &fixture.grid, [&shown] {
+        if (auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget())) {
+            shown = actionTexts(menu->actions());
+            menu->close();
+        }
+    });
+    QContextMenuEvent event(QContextMenuEvent::Mouse, at, fixture.grid.viewport()->mapToGlobal(at));
+    QApplication::sendEvent(fixture.grid.viewport(), &event);
+    QCOMPARE(shown, editable ? editItems : copyItems);
+    QCOMPARE(fixture.grid.selectedRow(), 2); // the right click selected the row
+    QCOMPARE(fixture.selections, std::vector<std::int64_t> { 2 });
+
+    doubleClickCell(fixture.grid, cell);
     QCOMPARE(fixture.editorAt(cell) != nullptr, editable);
-    QCOMPARE(fixture.menuTexts(0, field), editable ? editItems : copyItems);
+    QVERIFY(cell.flags().testFlag(Qt::ItemIsSelectable)); // read-only text can still be copied
 }
 
-void TestNativeGrid::setToNullSendsNull()
+void TestNativeGrid::menuActions_data()
 {
-    GridFixture fixture;
-    QVERIFY(fixture.triggerMenuItem(3, noteField, QStringLiteral("Set to NULL")));
-    const std::vector<Edit> expected { { 3, noteField, std::nullopt } };
-    QCOMPARE(fixture.edits, expected);
-    QCOMPARE(fixture.grid.result().rows[3][noteField], Cell("abc")); // unchanged until the host reloads
-}
-
-void TestNativeGrid::copying_data()
-{
-    QTest::addColumn<QueryResult>("result");
     QTest::addColumn<int>("row");
     QTest::addColumn<int>("field");
     QTest::addColumn<QString>("item");
     QTest::addColumn<QString>("clipboard");
+    QTest::addColumn<QString>("edit");
 
-    const QueryResult sample = sampleResult();
-    QTest::newRow("cell") << sample << 0 << emailField << "Copy cell"
-                          << "ann@example.org";
-    QTest::newRow("NULL cell") << sample << 1 << emailField << "Copy cell"
-                               << "NULL";
-    QTest::newRow("cell of an expression") << sample << 1 << totalField << "Copy cell"
-                                           << "5";
-    QTest::newRow("row with comma and NULL") << sample << 1 << idField << "Copy row as CSV"
-                                             << "\"2\",\\N,\"5\",\"a,b\"\r\n";
-    QTest::newRow("row with quote and NULL") << sample << 2 << noteField << "Copy row as CSV"
-                                             << "\"3\",\"cy@example.org\",\\N,\"say \"\"hi\"\"\"\r\n";
-    QueryResult oddNames;
-    oddNames.fields = { computedColumn("a\r\nb"), computedColumn("c") };
-    oddNames.rows = { { "x", "" } };
-    QTest::newRow("column name holding a line break") << oddNames << 0 << 1 << "Copy row as CSV"
-                                                      << "\"x\",\"\"\r\n";
-    QueryResult multiLine;
-    multiLine.fields = { tableColumn("text") };
-    multiLine.rows = { { "one, two\r\nthree" } };
-    QTest::newRow("value holding a line break") << multiLine << 0 << 0 << "Copy row as CSV"
-                                                << "\"one, two\r\nthree\"\r\n";
+    QTest::newRow("copy cell") << 0 << emailField << "Copy cell"
+                               << "ann@example.org" << QString();
+    QTest::newRow("copy NULL cell") << 1 << emailField << "Copy cell"
+                                    << "NULL" << QString();
+    QTest::newRow("row with comma and NULL") << 1 << idField << "Copy row as CSV"
+                                             << "\"2\",\\N,\"5\",\"a,b\"\r\n"
+                                             << QString();
+    QTest::newRow("row with quote and NULL") << 2 << noteField << "Copy row as CSV"
+                                             << "\"3\",\"cy@example.org\",\\N,\"say \"\"hi\"\"\"\r\n"
+                                             << QString();
+    QTest::newRow("Set to NULL") << 3 << noteField << "Set to NULL"
+                                 << "left over"
+                                 << "3,3,<null>";
 }
 
-void TestNativeGrid::copying()
+void TestNativeGrid::menuActions()
 {
-    QFETCH(QueryResult, result);
     QFETCH(int, row);
     QFETCH(int, field);
     QFETCH(QString, item);
     QFETCH(QString, clipboard);
+    QFETCH(QString, edit);
 
-    GridFixture fixture(result);
+    const QueryResult sample = sampleResult();
+    GridFixture fixture(sample);
     QGuiApplication::clipboard()->setText(QStringLiteral("left over"));
     QVERIFY(fixture.triggerMenuItem(row, field, item));
     QCOMPARE(QGuiApplication::clipboard()->text(), clipboard);
-}
-
-void TestNativeGrid::rightClickSelectsRowAndActsOnFieldUnderPointer_data()
-{
-    QTest::addColumn<int>("field");
-    QTest::addColumn<QStringList>("items");
-    QTest::newRow("expression moved to the front") << totalField << copyItems;
-    QTest::newRow("table column moved to the front") << noteField << editItems;
-}
-
-void TestNativeGrid::rightClickSelectsRowAndActsOnFieldUnderPointer()
-{
-    QFETCH(int, field);
-    QFETCH(QStringList, items);
-
-    GridFixture fixture;
-    QVERIFY(fixture.show());
-    fixture.moveToFront(field);
-    const QPoint at = fixture.grid.visualRect(fixture.index(2, field)).center();
-    QCOMPARE(fixture.grid.columnAt(at.x()), field);
-
-    QStringList shown;
-    bool menuSeen = false;
-    QTimer::singleShot(0, &fixture.grid, [&] {
-        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
-        if (!menu) {
-            return;
-        }
-        menuSeen = true;
-        for (const QAction *action : menu->actions()) {
-            shown << (action->isSeparator() ? QStringLiteral("-") : action->text());
-        }
-        menu->close();
-    });
-    QContextMenuEvent event(QContextMenuEvent::Mouse, at, fixture.grid.viewport()->mapToGlobal(at));
-    QApplication::sendEvent(fixture.grid.viewport(), &event);
-
-    QVERIFY(menuSeen);
-    QCOMPARE(shown, items);
-    QCOMPARE(fixture.grid.selectedRow(), 2);
-    QCOMPARE(fixture.selections, std::vector<std::int64_t> { 2 });
+    QCOMPARE(fixture.edits, edit.isEmpty() ? QStringList() : QStringList { edit });
+    QCOMPARE(fixture.grid.result(), sample); // unchanged until the host reloads
 }
 
 void TestNativeGrid::headerClickAfterMovingColumns_data()
@@ -434,7 +405,6 @@ void TestNativeGrid::headerClickAfterMovingColumns_data()
     QTest::addColumn<QString>("name");
     QTest::newRow("key column") << idField << "id";
     QTest::newRow("expression") << totalField << "total";
-    QTest::newRow("last column") << noteField << "note";
 }
 
 void TestNativeGrid::headerClickAfterMovingColumns()
@@ -467,10 +437,10 @@ void TestNativeGrid::refreshDecidesWhatToReload_data()
     QTest::addColumn<bool>("reloads");
     QTest::newRow("same result") << "none" << false;
     QTest::newRow("same result, new statistics") << "elapsed" << false;
+    QTest::newRow("same rows, a column now a key") << "key" << false;
     QTest::newRow("same id, a row changed") << "row" << true;
     QTest::newRow("same result, editable flag flipped") << "editable" << true;
     QTest::newRow("new id, same rows") << "id" << true;
-    QTest::newRow("same columns, fewer rows") << "fewer" << true;
 }
 
 void TestNativeGrid::refreshDecidesWhatToReload()
@@ -491,28 +461,29 @@ void TestNativeGrid::refreshDecidesWhatToReload()
     bool editable = true;
     if (change == QLatin1String("elapsed")) {
         next.elapsed = 2.5;
+    } else if (change == QLatin1String("key")) {
+        next.fields[emailField].primary = true;
     } else if (change == QLatin1String("row")) {
         next.rows[0][emailField] = "changed@example.org";
     } else if (change == QLatin1String("editable")) {
         editable = false;
     } else if (change == QLatin1String("id")) {
         next.id = QUuid::createUuid();
-    } else if (change == QLatin1String("fewer")) {
-        next = sampleResultWithRows(3);
     }
 
     QSignalSpy resets(fixture.grid.model(), &QAbstractItemModel::modelReset);
     QSignalSpy layouts(fixture.grid.model(), &QAbstractItemModel::layoutChanged);
-    QSignalSpy removed(fixture.grid.model(), &QAbstractItemModel::rowsRemoved);
     fixture.grid.refresh(next, editable, -1);
 
     QCOMPARE(resets.count(), reloads ? 1 : 0);
     QCOMPARE(layouts.count(), 0);
-    QCOMPARE(removed.count(), 0);
     QCOMPARE(fixture.grid.result(), next);
     QCOMPARE(fixture.grid.model()->index(0, emailField).data().toString(),
         QString::fromStdString(*next.rows[0][emailField]));
     QCOMPARE(fixture.grid.model()->index(0, emailField).flags().testFlag(Qt::ItemIsEditable), editable);
+    // Without a reload the header still follows the new field metadata.
+    const QString emailTitle = fixture.grid.model()->headerData(emailField, Qt::Horizontal).toString();
+    QCOMPARE(emailTitle, change == QLatin1String("key") ? QStringLiteral("\u26BF email") : QStringLiteral("email"));
     // The user's layout and row survive; the host passed -1, which leaves the selection alone.
     QCOMPARE(header->sectionSize(emailField), 222);
     QCOMPARE(header->visualIndex(noteField), 0);
@@ -539,15 +510,8 @@ void TestNativeGrid::differentColumnsRestoreDefaultLayout()
         QCOMPARE(header->visualIndex(field), field);
     }
     QCOMPARE(header->sectionSize(1), 205);
-    QCOMPARE(header->sectionSize(0), 140);
 
-    // Back to the first query's columns after a user change: the layout is rebuilt again.
-    header->resizeSection(1, 260);
-    fixture.grid.refresh(sampleResult(), true, -1);
-    QCOMPARE(header->count(), 4);
-    QCOMPARE(header->sectionSize(emailField), 140);
-    QCOMPARE(header->visualIndex(noteField), noteField);
-
+    // One column more than before: rebuilt as well.
     QueryResult wider = sampleResult();
     wider.fields.push_back(tableColumn("extra"));
     for (std::size_t row = 0; row < wider.rows.size(); ++row) {
@@ -559,7 +523,6 @@ void TestNativeGrid::differentColumnsRestoreDefaultLayout()
     QCOMPARE(header->count(), 5);
     QCOMPARE(header->sectionSize(emailField), 140);
     QCOMPARE(header->visualIndex(totalField), totalField);
-    QCOMPARE(header->minimumSectionSize(), 85);
 }
 
 void TestNativeGrid::openEditorSurvivesUnchangedRefresh()
@@ -568,7 +531,7 @@ void TestNativeGrid::openEditorSurvivesUnchangedRefresh()
     GridFixture fixture(result);
     QVERIFY(fixture.show());
     const QModelIndex cell = fixture.index(0, emailField);
-    fixture.doubleClick(cell);
+    doubleClickCell(fixture.grid, cell);
     QLineEdit *editor = fixture.editorAt(cell);
     QVERIFY(editor);
     QTest::keyClicks(editor, QStringLiteral("bo@example.org"));
@@ -581,9 +544,7 @@ void TestNativeGrid::openEditorSurvivesUnchangedRefresh()
     QCOMPARE(fixture.editorAt(cell), editor);
     QTest::keyClick(editor, Qt::Key_Return);
     QCoreApplication::processEvents(); // Enter commits through a queued call
-    QVERIFY(!fixture.editorAt(cell));
-    const std::vector<Edit> expected { { 0, emailField, "bo@example.org" } };
-    QCOMPARE(fixture.edits, expected);
+    QCOMPARE(fixture.edits, QStringList { QStringLiteral("0,1,bo@example.org") });
 }
 
 void TestNativeGrid::staleMenuActionsAreIgnored()
@@ -593,7 +554,6 @@ void TestNativeGrid::staleMenuActionsAreIgnored()
     QVERIFY(menu);
     QVERIFY(!fixture.grid.contextMenuFor(4, noteField));
     QVERIFY(!fixture.grid.contextMenuFor(0, 4));
-    QVERIFY(!fixture.grid.contextMenuFor(-1, 0));
 
     // The result shrinks while the menu is open; the row the menu was made for is gone.
     fixture.grid.refresh(sampleResultWithRows(2), true, -1);
@@ -601,23 +561,20 @@ void TestNativeGrid::staleMenuActionsAreIgnored()
     for (QAction *action : menu->actions()) {
         action->trigger();
     }
-    QVERIFY(fixture.edits.empty());
+    QVERIFY(fixture.edits.isEmpty());
     QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("kept"));
 }
 
 void TestNativeGrid::selectionFollowsHost_data()
 {
+    // Minus one, with the same or reloaded rows, is in refreshDecidesWhatToReload.
     QTest::addColumn<int>("userRow");
     QTest::addColumn<int>("newRowCount"); // -1: the host hands in the same result again
     QTest::addColumn<int>("hostRow");
     QTest::addColumn<int>("expected");
 
-    QTest::newRow("host selects a row") << -1 << -1 << 2 << 2;
     QTest::newRow("host moves the selection") << 0 << -1 << 3 << 3;
     QTest::newRow("out of range keeps the user's row") << 1 << -1 << 7 << 1;
-    QTest::newRow("minus one keeps the user's row") << 1 << -1 << -1 << 1;
-    QTest::newRow("reloaded rows keep the user's row") << 1 << 6 << -1 << 1;
-    QTest::newRow("host selects in reloaded rows") << 1 << 6 << 5 << 5;
     QTest::newRow("user's row gone after reload") << 3 << 2 << -1 << -1;
     QTest::newRow("empty result clears, row 0 ignored") << 1 << 0 << 0 << -1;
 }
@@ -631,9 +588,7 @@ void TestNativeGrid::selectionFollowsHost()
 
     GridFixture fixture;
     QVERIFY(fixture.show());
-    if (userRow >= 0) {
-        fixture.clickRow(userRow);
-    }
+    fixture.clickRow(userRow);
     QCOMPARE(fixture.grid.selectedRow(), userRow);
     const std::size_t reported = fixture.selections.size();
 
@@ -659,19 +614,10 @@ void TestNativeGrid::userSelectionIsReported()
     QCOMPARE(fixture.selections.back(), -1);
 }
 
-void TestNativeGrid::hostEchoingSelectionSettles_data()
-{
-    QTest::addColumn<bool>("freshResult");
-    QTest::newRow("host hands back the same result") << false;
-    QTest::newRow("host hands in a new result each time") << true;
-}
-
 void TestNativeGrid::hostEchoingSelectionSettles()
 {
-    QFETCH(bool, freshResult);
-
-    // A host that stores the selected row and refreshes the grid at once, as the session
-    // workspace does. Each user click must be reported once, not bounce back and forth.
+    // A host that stores the selected row and refreshes the grid at once with a new result, as
+    // the session workspace does. Each user click must be reported once, not bounce back and forth.
     GridFixture fixture;
     QVERIFY(fixture.show());
     int refreshes = 0;
@@ -679,9 +625,7 @@ void TestNativeGrid::hostEchoingSelectionSettles()
         ++refreshes;
         QVERIFY(refreshes < 10);
         QueryResult next = fixture.grid.result();
-        if (freshResult) {
-            next.id = QUuid::createUuid();
-        }
+        next.id = QUuid::createUuid();
         fixture.grid.refresh(next, true, row);
     });
     fixture.clickRow(1);

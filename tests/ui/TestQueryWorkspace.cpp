@@ -62,12 +62,10 @@ private Q_SLOTS:
 
     void emptyStateBeforeTheFirstRun();
     void scriptResultsArePickedByStatement();
-    void exportWritesThePickedResult();
     void resultHeaderCountsTimeAndDisplayLimit();
     void explainOpensAndRunsAnExplainTab();
     void controlsAreDisabledWhileTheSessionWorks();
     void controlReturnRunsTheSelectionOrTheScript();
-    void controlReturnInTheEditorWinsOverTheWindowShortcut();
     void typingUpdatesTheTabAndMarksItUnsaved();
     void tabBarSwitchesAndClosesTabs();
     void editingAQueryResultCellSavesIt();
@@ -76,6 +74,7 @@ private Q_SLOTS:
 
 private:
     const QueryTab &activeTab() const { return m_session->tabs()[m_session->tabIndex()]; }
+    QString cell(int row, int column) const { return m_view->grid()->model()->index(row, column).data().toString(); }
     void runWithButton(const QString &script);
 
     std::unique_ptr<SessionHarness> m_harness;
@@ -134,14 +133,12 @@ void TestQueryWorkspace::emptyStateBeforeTheFirstRun()
     runWithButton(QStringLiteral("SELECT name FROM items ORDER BY id"));
     QVERIFY(!empty->isVisible());
     QVERIFY(m_view->grid()->isVisible());
-    QCOMPARE(m_view->grid()->model()->rowCount(), 3);
 
     // A new tab has no result of its own, so the empty state comes back for it.
     QTest::mouseClick(titled<QPushButton>(*m_view, QStringLiteral("+")), Qt::LeftButton);
     QCOMPARE(m_session->tabs().size(), std::size_t(2));
     QVERIFY(empty->isVisible());
     QVERIFY(!m_view->grid()->isVisible());
-    QVERIFY(!m_view->countsLabel()->isVisible());
 }
 
 void TestQueryWorkspace::scriptResultsArePickedByStatement()
@@ -151,40 +148,19 @@ void TestQueryWorkspace::scriptResultsArePickedByStatement()
     QComboBox *picker = m_view->resultPicker();
     QVERIFY(picker->isVisible());
     QCOMPARE(picker->count(), 3);
-    QCOMPARE(picker->itemText(0), QStringLiteral("Statement 1"));
-    QCOMPARE(picker->itemText(1), QStringLiteral("Statement 2"));
-    QCOMPARE(picker->itemText(2), QStringLiteral("Statement 3"));
-    QCOMPARE(picker->currentText(), QStringLiteral("Statement 3"));
     // The last statement is the one on display.
-    QCOMPARE(m_view->grid()->model()->columnCount(), 3);
-    QCOMPARE(m_view->grid()->model()->rowCount(), 3);
+    QCOMPARE(picker->currentText(), QStringLiteral("Statement 3"));
     QCOMPARE(m_view->countsLabel()->text(), QStringLiteral("3 rows · 3 columns"));
 
     QVERIFY(choose(picker, QStringLiteral("Statement 2")));
     QCOMPARE(activeTab().resultIndex, std::int64_t(1));
     QCOMPARE(m_view->grid()->model()->columnCount(), 1);
     QCOMPARE(m_view->grid()->model()->rowCount(), 2);
-    QCOMPARE(m_view->grid()->model()->index(0, 0).data().toString(), QStringLiteral("bolt"));
-    QCOMPARE(m_view->grid()->model()->index(1, 0).data().toString(), QStringLiteral("nut"));
+    QCOMPARE(cell(1, 0), QStringLiteral("nut"));
     QCOMPARE(m_view->countsLabel()->text(), QStringLiteral("2 rows · 1 columns"));
 
-    QVERIFY(choose(picker, QStringLiteral("Statement 1")));
-    QCOMPARE(m_view->grid()->model()->index(0, 0).data().toString(), QStringLiteral("one"));
-
-    // A single statement afterwards has nothing to pick from.
-    runWithButton(QStringLiteral("SELECT name FROM items"));
-    QVERIFY(!picker->isVisible());
-    QCOMPARE(m_view->grid()->model()->rowCount(), 3);
-    QCOMPARE(m_view->countsLabel()->text(), QStringLiteral("3 rows · 1 columns"));
-}
-
-void TestQueryWorkspace::exportWritesThePickedResult()
-{
-    runWithButton(
-        QStringLiteral("SELECT name FROM items WHERE id <= 2 ORDER BY id;\nSELECT id FROM items ORDER BY id"));
-    QVERIFY(choose(m_view->resultPicker(), QStringLiteral("Statement 1")));
+    // Export writes the result on display, not the last one.
     const QTemporaryDir folder;
-    QVERIFY(folder.isValid());
     const QString path = folder.filePath(QStringLiteral("shown.csv"));
     m_harness->prompts.files = { path.toStdString() };
     QPushButton *exportButton = nullptr;
@@ -198,6 +174,11 @@ void TestQueryWorkspace::exportWritesThePickedResult()
     QFile written(path);
     QVERIFY(written.open(QIODevice::ReadOnly));
     QCOMPARE(written.readAll(), QByteArray("\"name\"\r\n\"bolt\"\r\n\"nut\"\r\n"));
+
+    // A single statement afterwards has nothing to pick from.
+    runWithButton(QStringLiteral("SELECT name FROM items"));
+    QVERIFY(!picker->isVisible());
+    QCOMPARE(m_view->grid()->model()->rowCount(), 3);
 }
 
 void TestQueryWorkspace::resultHeaderCountsTimeAndDisplayLimit()
@@ -206,7 +187,6 @@ void TestQueryWorkspace::resultHeaderCountsTimeAndDisplayLimit()
     QCOMPARE(m_view->grid()->model()->rowCount(), 10000);
     QVERIFY(m_view->limitNote()->isVisible());
     QCOMPARE(m_view->limitNote()->text(), QStringLiteral("10,000 row display limit"));
-    QCOMPARE(m_view->countsLabel()->text(), QStringLiteral("10000 rows · 1 columns"));
     QVERIFY(m_view->timeLabel()->isVisible());
     QVERIFY2(QRegularExpression(QStringLiteral("Completed in \\d+\\.\\d{3}s$"))
                  .match(m_view->timeLabel()->text())
@@ -217,8 +197,6 @@ void TestQueryWorkspace::resultHeaderCountsTimeAndDisplayLimit()
     runWithButton(QStringLiteral("SELECT id, name FROM items ORDER BY id"));
     QVERIFY(!m_view->limitNote()->isVisible());
     QCOMPARE(m_view->grid()->model()->rowCount(), 3);
-    QCOMPARE(m_view->countsLabel()->text(), QStringLiteral("3 rows · 2 columns"));
-    QVERIFY(m_view->editNote()->isVisible());
 }
 
 void TestQueryWorkspace::explainOpensAndRunsAnExplainTab()
@@ -233,9 +211,7 @@ void TestQueryWorkspace::explainOpensAndRunsAnExplainTab()
     QVERIFY(m_session->activeTab() != original);
     QCOMPARE(activeTab().title, std::string("Explain"));
     QCOMPARE(activeTab().sql, std::string("EXPLAIN SELECT 1"));
-    QCOMPARE(m_view->tabBar()->count(), 2);
     QCOMPARE(m_view->tabBar()->currentIndex(), 1);
-    QCOMPARE(m_view->tabBar()->tabText(1), QStringLiteral("Explain"));
     QCOMPARE(m_view->editor()->sql(), QStringLiteral("EXPLAIN SELECT 1"));
 
     // It ran: the plan is on display, and the original tab still holds its own result.
@@ -263,8 +239,6 @@ void TestQueryWorkspace::controlsAreDisabledWhileTheSessionWorks()
     // A workspace that appears while the session works starts out disabled too.
     QueryWorkspace late(*m_session);
     QVERIFY(!late.runButton()->isEnabled());
-    QVERIFY(!late.explainButton()->isEnabled());
-    QVERIFY(!late.transactionButton()->isEnabled());
 
     // Clicks on the disabled buttons start nothing.
     QTest::mouseClick(m_view->explainButton(), Qt::LeftButton);
@@ -272,45 +246,15 @@ void TestQueryWorkspace::controlsAreDisabledWhileTheSessionWorks()
 
     QVERIFY(settle(*m_session));
     QVERIFY(m_view->runButton()->isEnabled());
-    QVERIFY(m_view->explainButton()->isEnabled());
     QVERIFY(m_view->transactionButton()->isEnabled());
     QVERIFY(late.runButton()->isEnabled());
     QCOMPARE(m_view->grid()->result().columnNames(), std::vector<std::string> { "slept" });
 }
 
+// In the editor, Ctrl+Return runs the selection or the whole script even though the main window
+// offers "Run Query" on the same keys for any focus inside it; elsewhere the window's shortcut runs.
 void TestQueryWorkspace::controlReturnRunsTheSelectionOrTheScript()
 {
-    SQLEditor *editor = m_view->editor();
-    const QString script = QStringLiteral("SELECT 'whole' AS first;\nSELECT name AS picked FROM items WHERE id = 2");
-    typeScript(*editor, script);
-    const int start = static_cast<int>(script.indexOf(QStringLiteral("SELECT name")));
-    QTextCursor cursor = editor->textCursor();
-    cursor.setPosition(start);
-    cursor.setPosition(static_cast<int>(script.size()), QTextCursor::KeepAnchor);
-    editor->setTextCursor(cursor);
-    QTest::keyClick(editor, Qt::Key_Return, Qt::ControlModifier);
-    QVERIFY(settle(*m_session));
-    QVERIFY2(!m_session->error(), m_session->error().value_or("").c_str());
-    QCOMPARE(activeTab().results.size(), std::size_t(1));
-    QCOMPARE(m_view->grid()->result().columnNames(), std::vector<std::string> { "picked" });
-    QCOMPARE(m_view->grid()->model()->index(0, 0).data().toString(), QStringLiteral("nut"));
-    QVERIFY(!m_view->resultPicker()->isVisible());
-    // Running part of the text leaves the text alone.
-    QCOMPARE(editor->sql(), script);
-
-    cursor.clearSelection();
-    editor->setTextCursor(cursor);
-    QTest::keyClick(editor, Qt::Key_Return, Qt::ControlModifier);
-    QVERIFY(settle(*m_session));
-    QCOMPARE(activeTab().results.size(), std::size_t(2));
-    QVERIFY(m_view->resultPicker()->isVisible());
-    QCOMPARE(m_view->resultPicker()->count(), 2);
-    QCOMPARE(activeTab().results.front().columnNames(), std::vector<std::string> { "first" });
-}
-
-void TestQueryWorkspace::controlReturnInTheEditorWinsOverTheWindowShortcut()
-{
-    // The main window offers "Run Query" on the same keys, for any focus inside the window.
     QMainWindow host;
     auto *workspace = new QueryWorkspace(*m_session);
     host.setCentralWidget(workspace);
@@ -325,7 +269,7 @@ void TestQueryWorkspace::controlReturnInTheEditorWinsOverTheWindowShortcut()
     QVERIFY(QTest::qWaitForWindowActive(&host));
 
     SQLEditor *editor = workspace->editor();
-    const QString script = QStringLiteral("SELECT 'whole' AS first;\nSELECT name AS picked FROM items WHERE id = 3");
+    const QString script = QStringLiteral("SELECT 'whole' AS first;\nSELECT name AS picked FROM items WHERE id = 2");
     typeScript(*editor, script);
     QTextCursor cursor = editor->textCursor();
     cursor.setPosition(static_cast<int>(script.indexOf(QStringLiteral("SELECT name"))));
@@ -333,9 +277,20 @@ void TestQueryWorkspace::controlReturnInTheEditorWinsOverTheWindowShortcut()
     editor->setTextCursor(cursor);
     QTest::keyClick(editor, Qt::Key_Return, Qt::ControlModifier);
     QVERIFY(settle(*m_session));
-    QCOMPARE(windowRuns.count(), 0);
+    QVERIFY2(!m_session->error(), m_session->error().value_or("").c_str());
     QCOMPARE(activeTab().results.size(), std::size_t(1));
     QCOMPARE(workspace->grid()->result().columnNames(), std::vector<std::string> { "picked" });
+    QCOMPARE(workspace->grid()->model()->index(0, 0).data().toString(), QStringLiteral("nut"));
+    QCOMPARE(editor->sql(), script); // running part of the text leaves the text alone
+
+    cursor.clearSelection();
+    editor->setTextCursor(cursor);
+    QTest::keyClick(editor, Qt::Key_Return, Qt::ControlModifier);
+    QVERIFY(settle(*m_session));
+    QCOMPARE(activeTab().results.size(), std::size_t(2));
+    QCOMPARE(activeTab().results.front().columnNames(), std::vector<std::string> { "first" });
+    QVERIFY(workspace->resultPicker()->isVisible());
+    QCOMPARE(windowRuns.count(), 0);
 
     // Anywhere else in the window the window's shortcut runs the whole tab.
     workspace->grid()->setFocus();
@@ -357,14 +312,13 @@ void TestQueryWorkspace::typingUpdatesTheTabAndMarksItUnsaved()
     QCOMPARE(activeTab().sql, std::string("SELECT 42 AS answer"));
     QVERIFY(activeTab().dirty);
     QCOMPARE(tabs->tabText(0), title + QStringLiteral(" •"));
-    QCOMPARE(tabs->tabToolTip(0), QStringLiteral("Unsaved changes"));
     // The editor keeps the caret where the user typed: the session's echo did not reset it.
     QCOMPARE(m_view->editor()->textCursor().position(), static_cast<int>(QStringLiteral("SELECT 42 AS answer").size()));
 
     // Run runs what was typed.
     QTest::mouseClick(m_view->runButton(), Qt::LeftButton);
     QVERIFY(settle(*m_session));
-    QCOMPARE(m_view->grid()->model()->index(0, 0).data().toString(), QStringLiteral("42"));
+    QCOMPARE(cell(0, 0), QStringLiteral("42"));
 }
 
 void TestQueryWorkspace::tabBarSwitchesAndClosesTabs()
@@ -389,12 +343,9 @@ void TestQueryWorkspace::tabBarSwitchesAndClosesTabs()
     QVERIFY(close);
     QTest::mouseClick(close, Qt::LeftButton);
     QCOMPARE(m_session->tabs().size(), std::size_t(2));
-    QVERIFY(std::none_of(m_session->tabs().begin(), m_session->tabs().end(), [&middle](const QueryTab &tab) {
-        return tab.id == middle;
-    }));
+    QVERIFY(m_session->tabs()[1].id != middle);
     QCOMPARE(tabs->count(), 2);
     QCOMPARE(m_session->activeTab(), m_session->tabs()[0].id);
-    QCOMPARE(m_view->editor()->sql(), QStringLiteral("SELECT 'first tab'"));
     QCOMPARE(m_session->tabs()[1].sql, std::string("SELECT 'third tab'"));
     QCOMPARE(tabs->tabText(1), QString::fromStdString(m_session->tabs()[1].title) + QStringLiteral(" •"));
 
@@ -411,7 +362,6 @@ void TestQueryWorkspace::tabBarSwitchesAndClosesTabs()
     QCOMPARE(m_session->tabs().size(), std::size_t(1));
     QCOMPARE(m_session->tabs()[0].sql, std::string("SELECT 'third tab'"));
     QCOMPARE(tabs->count(), 1);
-    QCOMPARE(tabs->currentIndex(), 0);
     QCOMPARE(m_view->editor()->sql(), QStringLiteral("SELECT 'third tab'"));
 }
 
@@ -423,15 +373,12 @@ void TestQueryWorkspace::editingAQueryResultCellSavesIt()
 
     // A calculated column opens no editor.
     const QModelIndex derived = grid->model()->index(1, 2);
-    QTest::mouseClick(grid->viewport(), Qt::LeftButton, {}, grid->visualRect(derived).center());
-    QTest::mouseDClick(grid->viewport(), Qt::LeftButton, {}, grid->visualRect(derived).center());
+    doubleClickCell(*grid, derived);
     QVERIFY(!grid->indexWidget(derived));
 
-    const QModelIndex cell = grid->model()->index(1, 1);
-    const QPoint at = grid->visualRect(cell).center();
-    QTest::mouseClick(grid->viewport(), Qt::LeftButton, {}, at);
-    QTest::mouseDClick(grid->viewport(), Qt::LeftButton, {}, at);
-    auto *editor = qobject_cast<QLineEdit *>(grid->indexWidget(cell));
+    const QModelIndex name = grid->model()->index(1, 1);
+    doubleClickCell(*grid, name);
+    auto *editor = qobject_cast<QLineEdit *>(grid->indexWidget(name));
     QVERIFY(editor);
     QSignalSpy edits(grid, &NativeGrid::cellEdited);
     QTest::keyClick(editor, Qt::Key_A, Qt::ControlModifier);
@@ -441,13 +388,11 @@ void TestQueryWorkspace::editingAQueryResultCellSavesIt()
     QVERIFY(settle(*m_session));
     QVERIFY2(!m_session->error(), m_session->error().value_or("").c_str());
 
-    QCOMPARE(m_scratch->run("SELECT name FROM items WHERE id = 2").rows.at(0).at(0), Cell("hex nut"));
     QCOMPARE(m_scratch->run("SELECT COUNT(*) FROM items WHERE name = 'hex nut'").rows.at(0).at(0), Cell("1"));
-    QCOMPARE(m_session->status(), std::string("Cell saved · rerun the query to refresh derived values"));
-    QCOMPARE(grid->model()->index(1, 1).data().toString(), QStringLiteral("hex nut"));
-    QCOMPARE(activeTab().result->rows[1][1], Cell("hex nut"));
+    QCOMPARE(m_scratch->run("SELECT name FROM items WHERE id = 2").rows.at(0).at(0), Cell("hex nut"));
+    QCOMPARE(cell(1, 1), QStringLiteral("hex nut"));
     // The derived value is not re-read until the query runs again.
-    QCOMPARE(grid->model()->index(1, 2).data().toString(), QStringLiteral("NUT"));
+    QCOMPARE(cell(1, 2), QStringLiteral("NUT"));
 }
 
 void TestQueryWorkspace::readOnlyConnectionOffersNoEditing()
@@ -468,42 +413,29 @@ void TestQueryWorkspace::readOnlyConnectionOffersNoEditing()
     QCOMPARE(view.grid()->model()->rowCount(), 3);
 
     QVERIFY(!view.editNote()->isVisible());
-    NativeGrid *grid = view.grid();
-    const QModelIndex cell = grid->model()->index(0, 1);
-    QTest::mouseClick(grid->viewport(), Qt::LeftButton, {}, grid->visualRect(cell).center());
-    QTest::mouseDClick(grid->viewport(), Qt::LeftButton, {}, grid->visualRect(cell).center());
-    QVERIFY(!grid->indexWidget(cell));
+    const QModelIndex name = view.grid()->model()->index(0, 1);
+    doubleClickCell(*view.grid(), name);
+    QVERIFY(!view.grid()->indexWidget(name));
 }
 
 void TestQueryWorkspace::transactionMenuStartsAndRollsBack()
 {
     QMenu *menu = m_view->transactionButton()->menu();
     QVERIFY(menu);
-    QStringList items;
-    for (QAction *action : menu->actions()) {
-        items << action->text();
-    }
-    QCOMPARE(items,
+    QCOMPARE(actionTexts(menu->actions()),
         QStringList({ QStringLiteral("START TRANSACTION"), QStringLiteral("COMMIT"), QStringLiteral("ROLLBACK") }));
-    const auto item = [menu](const QString &text) {
-        const QList<QAction *> actions = menu->actions();
-        return *std::find_if(
-            actions.begin(), actions.end(), [&text](const QAction *action) { return action->text() == text; });
-    };
 
-    item(QStringLiteral("START TRANSACTION"))->trigger();
+    actionTitled(menu->actions(), QStringLiteral("START TRANSACTION"))->trigger();
     QVERIFY(settle(*m_session));
-    QCOMPARE(m_session->status(), std::string("START TRANSACTION sent"));
     m_harness->prompts.confirmations = { true };
     runWithButton(QStringLiteral("UPDATE items SET name = 'lost' WHERE id = 1"));
     // Still open: another connection does not see the change yet.
     QCOMPARE(m_scratch->run("SELECT name FROM items WHERE id = 1").rows.at(0).at(0), Cell("bolt"));
 
-    item(QStringLiteral("ROLLBACK"))->trigger();
+    actionTitled(menu->actions(), QStringLiteral("ROLLBACK"))->trigger();
     QVERIFY(settle(*m_session));
-    QCOMPARE(m_session->status(), std::string("ROLLBACK sent"));
     runWithButton(QStringLiteral("SELECT name FROM items WHERE id = 1"));
-    QCOMPARE(m_view->grid()->model()->index(0, 0).data().toString(), QStringLiteral("bolt"));
+    QCOMPARE(cell(0, 0), QStringLiteral("bolt"));
 }
 
 QTEST_MAIN(TestQueryWorkspace)

@@ -6,10 +6,8 @@
 #include "ui/QuitPrompts.h"
 #include "ui/WindowGeometry.h"
 
-#include <QImageReader>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThreadPool>
 
 using namespace tallowick;
 using namespace tallowick::test;
@@ -23,12 +21,8 @@ private Q_SLOTS:
     void windowSize_data();
     void windowSize();
     void iconIsDrawnAtFullSize();
-    void iconFileIsAPng();
-    void unwritableIconPathIsReported();
-    void quitWithNothingAtStakeAsksNothing();
     void unsavedTabAsksOnce();
-    void busySessionAndUnsavedTabAskTwice();
-    void cancellingTheFirstPromptKeepsRunning();
+    void busySessionAsksFirstAndCancelKeepsItRunning();
 
 private:
     struct StoreFixture {
@@ -57,6 +51,7 @@ void TestShellPieces::windowSize()
     QCOMPARE(initialWindowSize(screen), expected);
 }
 
+// The file written by --make-icon is checked by the make_icon test; this checks the drawing.
 void TestShellPieces::iconIsDrawnAtFullSize()
 {
     const QImage icon = drawAppIcon();
@@ -67,45 +62,25 @@ void TestShellPieces::iconIsDrawnAtFullSize()
     QVERIFY(tile.blue() > tile.red() && tile.lightness() < 50);
     const QColor stroke = icon.pixelColor(512, 290);
     QVERIFY2(stroke.green() > 180 && stroke.red() < 140, qPrintable(stroke.name()));
-}
-
-void TestShellPieces::iconFileIsAPng()
-{
-    QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("icon.png"));
-    createAppIcon(path.toStdString());
-    QImageReader reader(path);
-    QCOMPARE(reader.format(), QByteArray("png"));
-    QCOMPARE(reader.size(), QSize(1024, 1024));
-}
-
-void TestShellPieces::unwritableIconPathIsReported()
-{
     QVERIFY_THROWS_EXCEPTION(AppError, createAppIcon("/nonexistent-folder/for/icon.png"));
-}
-
-void TestShellPieces::quitWithNothingAtStakeAsksNothing()
-{
-    StoreFixture fixture;
-    fixture.store.session(fixture.harness.profile());
-    QVERIFY(confirmQuit(fixture.store, fixture.harness.prompts));
-    QVERIFY(fixture.harness.prompts.asked.empty());
 }
 
 void TestShellPieces::unsavedTabAsksOnce()
 {
     StoreFixture fixture;
     ServerSession *session = fixture.store.session(fixture.harness.profile());
+    QVERIFY(confirmQuit(fixture.store, fixture.harness.prompts)); // nothing at stake: no question
+    QVERIFY(fixture.harness.prompts.asked.empty());
+
     session->setTabSQL(session->activeTab(), "SELECT 'edited'");
     QVERIFY(!confirmQuit(fixture.store, fixture.harness.prompts));
     QCOMPARE(fixture.harness.prompts.asked.size(), std::size_t(1));
     QCOMPARE(fixture.harness.prompts.asked[0].text, std::string("Quit with unsaved query tabs?"));
-    QCOMPARE(fixture.harness.prompts.asked[0].title, std::string("Quit without saving"));
     fixture.harness.prompts.confirmations = { true };
     QVERIFY(confirmQuit(fixture.store, fixture.harness.prompts));
 }
 
-void TestShellPieces::busySessionAndUnsavedTabAskTwice()
+void TestShellPieces::busySessionAsksFirstAndCancelKeepsItRunning()
 {
     StoreFixture fixture;
     ServerSession *session = fixture.store.session(fixture.harness.profile());
@@ -113,26 +88,21 @@ void TestShellPieces::busySessionAndUnsavedTabAskTwice()
     session->setTabSQL(session->activeTab(), "SELECT SLEEP(2)");
     session->run();
     QVERIFY(session->busy());
+
+    // Cancelling the first question asks nothing more and leaves the query running.
+    fixture.harness.prompts.confirmations = { false };
+    QVERIFY(!confirmQuit(fixture.store, fixture.harness.prompts));
+    QCOMPARE(fixture.harness.prompts.asked.size(), std::size_t(1));
+    QCOMPARE(fixture.harness.prompts.asked[0].text, std::string("Quit while a query is running?"));
+    QVERIFY(session->busy());
+
+    // Busy and unsaved: two questions, in that order.
+    fixture.harness.prompts.asked.clear();
     fixture.harness.prompts.confirmations = { true, true };
     QVERIFY(confirmQuit(fixture.store, fixture.harness.prompts));
     QCOMPARE(fixture.harness.prompts.asked.size(), std::size_t(2));
     QCOMPARE(fixture.harness.prompts.asked[0].text, std::string("Quit while a query is running?"));
-    QCOMPARE(fixture.harness.prompts.asked[0].title, std::string("Quit"));
     QCOMPARE(fixture.harness.prompts.asked[1].text, std::string("Quit with unsaved query tabs?"));
-    QVERIFY(settle(*session));
-}
-
-void TestShellPieces::cancellingTheFirstPromptKeepsRunning()
-{
-    StoreFixture fixture;
-    ServerSession *session = fixture.store.session(fixture.harness.profile());
-    QVERIFY(connectAndSettle(*session));
-    session->setTabSQL(session->activeTab(), "SELECT SLEEP(2)");
-    session->run();
-    fixture.harness.prompts.confirmations = { false };
-    QVERIFY(!confirmQuit(fixture.store, fixture.harness.prompts));
-    QCOMPARE(fixture.harness.prompts.asked.size(), std::size_t(1));
-    QVERIFY(session->busy());
     QVERIFY(settle(*session));
     QVERIFY(!session->error());
 }
