@@ -1,10 +1,12 @@
 #include "builder/BuilderSpec.h"
 #include "core/AppError.h"
+#include "support/Checks.h"
 
 #include <QTest>
 #include <string>
 
 using namespace tallowick;
+using namespace tallowick::test;
 
 namespace
 {
@@ -36,16 +38,6 @@ BuilderJoin join(const std::string &kind, const std::string &table, const std::s
     result.left = left;
     result.right = right;
     return result;
-}
-
-template <typename Action> QString thrownMessage(Action action)
-{
-    try {
-        action();
-    } catch (const AppError &error) {
-        return QString::fromStdString(error.message());
-    }
-    return QStringLiteral("(no error)");
 }
 
 } // namespace
@@ -241,7 +233,7 @@ void TestBuilderSpec::refuses()
 {
     QFETCH(BuilderSpec, query);
     QFETCH(QString, message);
-    QCOMPARE(thrownMessage([&] { query.build(); }), message);
+    QCOMPARE(errorFrom([&] { query.build(); }), message);
 }
 
 // The value goes into the SQL as typed, so it must be a whole finite number and nothing else.

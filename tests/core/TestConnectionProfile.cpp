@@ -1,6 +1,7 @@
 #include "core/AppError.h"
 #include "core/ConnectionProfile.h"
 #include "core/ConnectionProfileJson.h"
+#include "support/Checks.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -8,19 +9,10 @@
 #include <string>
 
 using namespace tallowick;
+using namespace tallowick::test;
 
 namespace
 {
-
-template <typename Action> QString thrownMessage(Action action)
-{
-    try {
-        action();
-    } catch (const AppError &error) {
-        return QString::fromStdString(error.message());
-    }
-    return QStringLiteral("(no error)");
-}
 
 ConnectionProfile makeProfile(const char *name, const char *host, std::int64_t port, const char *user)
 {
@@ -118,7 +110,7 @@ void TestConnectionProfile::validate()
 {
     QFETCH(ConnectionProfile, profile);
     QFETCH(QString, message);
-    QCOMPARE(thrownMessage([&] { profile.validate(); }), message);
+    QCOMPARE(errorFrom([&] { profile.validate(); }), message);
 }
 
 void TestConnectionProfile::encodesTenKeysInOrder()
@@ -195,7 +187,7 @@ void TestConnectionProfile::decodeRejects()
 {
     QFETCH(QJsonObject, entry);
     QFETCH(QString, key);
-    const QString message = thrownMessage([&] { decodeProfile(entry); });
+    const QString message = errorFrom([&] { decodeProfile(entry); });
     QVERIFY2(message != QStringLiteral("(no error)"), qPrintable(key));
     // The user has to find the damaged value in the file.
     QVERIFY2(message.contains(QLatin1Char('"') + key + QLatin1Char('"')), qPrintable(message));
