@@ -3,6 +3,7 @@
 #include "core/AppError.h"
 #include "session/ServerSession.h"
 #include "ui/SQLEditor.h"
+#include "ui/Symbols.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -136,9 +137,10 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     , m_table(new QComboBox)
     , m_distinct(new QCheckBox(QStringLiteral("Distinct rows")))
     , m_sourceHint(hint(QStringLiteral("Choose a database in the sidebar first.")))
-    , m_addJoin(new QPushButton(QStringLiteral("+ Add join")))
+    , m_sourceRow(new QWidget)
+    , m_addJoin(new QPushButton(symbolIcon(Symbol::plus), QStringLiteral("Add join")))
     , m_match(new QComboBox)
-    , m_addFilter(new QPushButton(QStringLiteral("+ Add filter")))
+    , m_addFilter(new QPushButton(symbolIcon(Symbol::plus), QStringLiteral("Add filter")))
     , m_sortColumn(new QComboBox)
     , m_direction(new QComboBox)
     , m_limit(new QSpinBox)
@@ -161,11 +163,12 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
 
     QVBoxLayout *source = nullptr;
     formLayout->addWidget(section(QStringLiteral("Source"), source));
-    auto *sourceRow = new QHBoxLayout;
+    auto *sourceRow = new QHBoxLayout(m_sourceRow);
+    sourceRow->setContentsMargins(0, 0, 0, 0);
     sourceRow->addWidget(new QLabel(QStringLiteral("Table")));
     sourceRow->addWidget(m_table, 1);
     sourceRow->addWidget(m_distinct);
-    source->addLayout(sourceRow);
+    source->addWidget(m_sourceRow);
     source->addWidget(m_sourceHint);
 
     QVBoxLayout *columns = nullptr;
@@ -228,10 +231,17 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
 
     auto *previewTitle = new QLabel(QStringLiteral("SQL preview"));
     previewTitle->setFont(titleFont);
-    auto *noteTitle = new QLabel(QStringLiteral("✎ Editable results"));
-    QFont bold = noteTitle->font();
+    auto *noteSymbol = new QLabel;
+    noteSymbol->setPixmap(symbolIcon(Symbol::pencil).pixmap(16, 16));
+    auto *noteText = new QLabel(QStringLiteral("Editable results"));
+    QFont bold = noteText->font();
     bold.setWeight(QFont::DemiBold);
-    noteTitle->setFont(bold);
+    noteText->setFont(bold);
+    auto *noteTitle = new QHBoxLayout;
+    noteTitle->setSpacing(6);
+    noteTitle->addWidget(noteSymbol);
+    noteTitle->addWidget(noteText);
+    noteTitle->addStretch(1);
     auto *actions = new QHBoxLayout;
     actions->addWidget(m_copy);
     actions->addWidget(m_open);
@@ -241,7 +251,7 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     sideLayout->setContentsMargins(8, 0, 0, 0);
     sideLayout->addWidget(previewTitle);
     sideLayout->addWidget(m_preview, 1);
-    sideLayout->addWidget(noteTitle);
+    sideLayout->addLayout(noteTitle);
     sideLayout->addWidget(hint(QStringLiteral(
         "Include every primary-key column for each table you want to edit. Open in the SQL editor, run it, then "
         "double-click source values in the result grid. Calculated columns stay read-only.")));
@@ -448,6 +458,8 @@ void BuilderPanel::rebuildForm()
     }
     m_table->setCurrentIndex(std::max(0, m_table->findData(text(spec.table))));
     m_table->setEnabled(hasDatabase);
+    // Without a database there is no table to offer: the hint stands alone.
+    m_sourceRow->setVisible(hasDatabase);
     m_sourceHint->setVisible(!hasDatabase);
     m_distinct->setChecked(spec.distinct);
 
@@ -522,7 +534,7 @@ void BuilderPanel::rebuildForm()
         left->setToolTip(QStringLiteral("Left column"));
         auto *right = picker(references, text(join.right), QStringLiteral("Right column…"));
         right->setToolTip(QStringLiteral("Right column"));
-        auto *remove = new QPushButton(QStringLiteral("✕"));
+        auto *remove = new QPushButton(symbolIcon(Symbol::xmark), QString());
         remove->setToolTip(QStringLiteral("Remove join"));
         remove->setFixedWidth(30);
         rowLayout->addWidget(kind);
@@ -587,7 +599,7 @@ void BuilderPanel::rebuildForm()
         value->setPlaceholderText(QStringLiteral("Value (use % with LIKE)"));
         auto *numeric = new QCheckBox(QStringLiteral("Number"));
         numeric->setChecked(filter.numeric);
-        auto *remove = new QPushButton(QStringLiteral("✕"));
+        auto *remove = new QPushButton(symbolIcon(Symbol::xmark), QString());
         remove->setToolTip(QStringLiteral("Remove filter"));
         remove->setFixedWidth(30);
         rowLayout->addWidget(column, 1);

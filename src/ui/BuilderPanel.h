@@ -63,6 +63,7 @@ private:
     QComboBox *m_table;
     QCheckBox *m_distinct;
     QLabel *m_sourceHint;
+    QWidget *m_sourceRow;
     QVBoxLayout *m_columnsLayout;
     QVBoxLayout *m_joinsLayout;
     QPushButton *m_addJoin;

@@ -37,11 +37,7 @@ DatabaseNavigator::DatabaseNavigator(ServerSession &session, QWidget *parent)
     m_filter->setObjectName(QStringLiteral("navigatorFilter"));
     m_filter->setPlaceholderText(QStringLiteral("Filter databases & tables"));
     m_filter->setClearButtonEnabled(true);
-    const QIcon filterIcon
-        = QIcon::fromTheme(QStringLiteral("view-filter"), QIcon::fromTheme(QStringLiteral("edit-find")));
-    if (!filterIcon.isNull()) {
-        m_filter->addAction(filterIcon, QLineEdit::LeadingPosition);
-    }
+    m_filter->addAction(symbolIcon(Symbol::filter), QLineEdit::LeadingPosition);
 
     m_tree->setObjectName(QStringLiteral("navigatorTree"));
     m_tree->setHeaderHidden(true);

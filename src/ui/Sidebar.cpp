@@ -52,7 +52,8 @@ Sidebar::Sidebar(AppStore &store, QWidget *parent)
 
     m_search->setPlaceholderText(QStringLiteral("Find a connection…"));
     m_search->setClearButtonEnabled(true);
-    auto *plus = new QPushButton(QStringLiteral("+"));
+    m_search->addAction(symbolIcon(Symbol::search), QLineEdit::LeadingPosition);
+    auto *plus = new QPushButton(symbolIcon(Symbol::plus), QString());
     plus->setToolTip(QStringLiteral("New connection"));
     plus->setAccessibleName(QStringLiteral("New connection"));
     plus->setFixedWidth(34);

@@ -36,6 +36,18 @@ QIcon symbolIcon(Symbol symbol)
         return QIcon(QStringLiteral(":/icons/table.svg"));
     case Symbol::view:
         return QIcon(QStringLiteral(":/icons/view.svg"));
+    case Symbol::filter:
+        return QIcon(QStringLiteral(":/icons/filter.svg"));
+    case Symbol::pencil:
+        return QIcon(QStringLiteral(":/icons/pencil.svg"));
+    case Symbol::plus:
+        return QIcon(QStringLiteral(":/icons/plus.svg"));
+    case Symbol::plusOnAccent:
+        return QIcon(QStringLiteral(":/icons/plus-light.svg"));
+    case Symbol::search:
+        return QIcon(QStringLiteral(":/icons/search.svg"));
+    case Symbol::xmark:
+        return QIcon(QStringLiteral(":/icons/xmark.svg"));
     }
     return {};
 }

@@ -6,7 +6,22 @@ namespace tallowick
 {
 
 // The program's own symbols, drawn as small SVG files in the resources.
-enum class Symbol { brand, database, key, lock, server, shield, table, view };
+enum class Symbol {
+    brand,
+    database,
+    filter,
+    key,
+    lock,
+    pencil,
+    plus,
+    plusOnAccent, // white, for the accent-coloured button
+    search,
+    server,
+    shield,
+    table,
+    view,
+    xmark,
+};
 
 QIcon symbolIcon(Symbol symbol);
 

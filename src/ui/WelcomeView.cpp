@@ -45,7 +45,7 @@ QWidget *tile(const QString &symbol, const QString &title, const QString &captio
 
 WelcomeView::WelcomeView(QWidget *parent)
     : QWidget(parent)
-    , m_newConnection(new QPushButton(QStringLiteral("+  New connection")))
+    , m_newConnection(new QPushButton(symbolIcon(Symbol::plusOnAccent), QStringLiteral("New connection")))
 {
     setObjectName(QStringLiteral("welcome"));
     auto *column = new QVBoxLayout;

@@ -245,11 +245,12 @@ void TestBuilderPanel::withoutADatabaseThereIsNothingToPick()
     QLabel *hint = m_panel->sourceHint();
     QCOMPARE(hint->text(), QStringLiteral("Choose a database in the sidebar first."));
     QVERIFY(hint->isVisible());
-    QVERIFY(!m_panel->tablePicker()->isEnabled());
+    QVERIFY(!m_panel->tablePicker()->isVisible());
     QCOMPARE(m_panel->tablePicker()->count(), 1);
 
     chooseDatabase();
     QVERIFY(!hint->isVisible());
+    QVERIFY(m_panel->tablePicker()->isVisible());
     QVERIFY(m_panel->tablePicker()->isEnabled());
     QCOMPARE(m_panel->tablePicker()->count(), 3);
     QVERIFY(m_panel->tablePicker()->findText(QStringLiteral("customers")) > 0);
