@@ -228,6 +228,10 @@ std::string columnDefinition(const ColumnDraft &draft, const std::optional<Colum
         text += " DEFAULT "
             + (isCurrentTimestamp(draft.defaultValue) ? std::string("CURRENT_TIMESTAMP")
                                                       : SQL::defaultLiteral(draft.defaultValue));
+    } else if (existing && existing->defaultValue && existing->defaultValue->empty()) {
+        // An empty field means "no default", which cannot tell an existing DEFAULT '' apart;
+        // keeping it is the safe reading, as dropping it breaks inserts that leave the column out.
+        text += " DEFAULT " + SQL::defaultLiteral("");
     }
     if (draft.autoIncrement) {
         text += " AUTO_INCREMENT";

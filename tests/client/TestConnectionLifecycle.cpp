@@ -9,9 +9,13 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
+#include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace tallowick;
 using namespace tallowick::test;
@@ -22,9 +26,35 @@ namespace
 const QString noHandle = QStringLiteral("Connect to a server first.");
 const QString chooseCa = QStringLiteral("Choose a CA certificate file for TLS verification.");
 
-// Nothing listens on loopback port 1, so an attempt there is refused at once: anything that
-// reports a problem other than "can't connect" there never touched the network.
-constexpr std::int64_t refusedPort = 1;
+// A loopback port bound but never listening, so an attempt there is refused at once: anything
+// that reports a problem other than "can't connect" there never touched the network.
+class DeadPort
+{
+public:
+    DeadPort()
+        : m_socket(::socket(AF_INET, SOCK_STREAM, 0))
+    {
+        sockaddr_in address {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(0x7F000001u);
+        socklen_t length = sizeof address;
+        if (m_socket < 0 || ::bind(m_socket, reinterpret_cast<sockaddr *>(&address), length) != 0
+            || ::getsockname(m_socket, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+            throw AppError("Could not reserve a loopback port.");
+        }
+        m_port = ntohs(address.sin_port);
+    }
+    ~DeadPort() { ::close(m_socket); }
+
+    DeadPort(const DeadPort &) = delete;
+    DeadPort &operator=(const DeadPort &) = delete;
+
+    std::int64_t port() const { return m_port; }
+
+private:
+    int m_socket;
+    std::int64_t m_port = 0;
+};
 
 bool sessionExists(MySQLConnection &monitor, std::uint64_t id)
 {
@@ -127,11 +157,12 @@ void TestConnectionLifecycle::verifyWithoutCaFileFailsBeforeConnecting()
     QFETCH(QString, expected);
 
     // The control: with TLS off, the same endpoint fails at the network.
-    MySQLConnection plain(tlsProfile(TLSMode::disabled, refusedPort));
+    const DeadPort deadPort;
+    MySQLConnection plain(tlsProfile(TLSMode::disabled, deadPort.port()));
     const QString unreachable = errorFrom([&] { plain.connect(m_server.password); });
     QVERIFY2(unreachable.startsWith("MySQL 2002: "), qPrintable(unreachable));
 
-    ConnectionProfile profile = tlsProfile(TLSMode::verify, refusedPort);
+    ConnectionProfile profile = tlsProfile(TLSMode::verify, deadPort.port());
     profile.caPath = caPath.toStdString();
     MySQLConnection connection(profile);
     const QString error = errorFrom([&] { connection.connect(m_server.password); });

@@ -125,9 +125,8 @@ void TestRowWrites::updateCell_data()
     QTest::addColumn<QString>("table"); // whose rows are compared afterwards
     QTest::addColumn<Cell>("expected");
 
-    // Plain edits, '' versus NULL, quotes in the new value, a value changed elsewhere, self-joins
-    // and composite keys are among the built-in integration checks; these rows are about how the
-    // row is matched.
+    // Plain edits, '' versus NULL, quotes in the new value, a value changed elsewhere and composite
+    // keys are among the built-in integration checks; these rows are about how the row is matched.
     const QString w = "SELECT id, txt, amount FROM w ORDER BY id";
     const QString none;
     const QString saved = "(no error)";
@@ -144,6 +143,10 @@ void TestRowWrites::updateCell_data()
     // Only the edited cell is guarded: a change to another column of the row is no conflict.
     QTest::newRow("other column changed elsewhere") << none << w << "UPDATE w SET amount = 3 WHERE id = 1" << 1
         << Cell("mine") << saved << "w" << Cell("1:mine:3.00,2:other:9.99");
+    // The built-in check edits the last alias; the first one must find its own key, not the last.
+    QTest::newRow("self-join, employee side e.name") << none
+        << "SELECT e.id, e.name, b.id, b.name FROM people e JOIN people b ON b.id = e.boss_id" << none << 1
+        << Cell("Zed") << saved << "people" << Cell("1:Ada,2:Zed");
     QTest::newRow("self-join, boss key not selected") << none
         << "SELECT e.id, e.name, b.name FROM people e JOIN people b ON b.id = e.boss_id" << none << 2 << Cell("Zed")
         << "The primary-key column id is missing from this result." << "people" << Cell("1:Ada,2:Bob");

@@ -93,6 +93,7 @@ void TestConnectionProfile::validate_data()
     QTest::newRow("port 65535") << makeProfile("Prod", "db", 65535, "app") << ok;
     QTest::newRow("port 0") << makeProfile("Prod", "db", 0, "app") << portMessage;
     QTest::newRow("port 65536") << makeProfile("Prod", "db", 65536, "app") << portMessage;
+    QTest::newRow("port -3306") << makeProfile("Prod", "db", -3306, "app") << portMessage;
     QTest::newRow("name of spaces and tabs") << makeProfile(" \t ", "db", 3306, "app") << nameMessage;
     // Only spaces and tabs are trimmed.
     QTest::newRow("name of a line feed") << makeProfile("\n", "db", 3306, "app") << ok;

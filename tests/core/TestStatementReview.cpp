@@ -138,6 +138,10 @@ void TestStatementReview::keywordAndReview_data()
     QTest::newRow("-- read CR LF SELECT 1") << QByteArray("-- read\r\nSELECT 1") << QByteArray() << true;
     QTest::newRow("-- read CR LF SELECT LF DROP")
         << QByteArray("-- read\r\nSELECT 1\nDROP t") << QByteArray("DROP") << true;
+    // Statements that read nothing back but change state are reviewed like writes.
+    QTest::newRow("CALL p()") << QByteArray("CALL p()") << QByteArray("CALL") << true;
+    QTest::newRow("SET @a = 1") << QByteArray("SET @a = 1") << QByteArray("SET") << true;
+    QTest::newRow("INSERT ... SELECT") << QByteArray("INSERT INTO t SELECT 1") << QByteArray("INSERT") << true;
     QTest::newRow("WITH (closed list)") << QByteArray("WITH a AS (SELECT 1) SELECT * FROM a") << QByteArray("WITH")
                                         << true;
     QTest::newRow("SELECTED is not SELECT") << QByteArray("SELECTED") << QByteArray("SELECTED") << true;

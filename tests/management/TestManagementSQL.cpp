@@ -226,6 +226,11 @@ void TestManagementSQL::generatedSQL_data()
     QTest::newRow("edit column untouched: decimal with a default")
         << modify(totalColumn, draftFromColumn(totalColumn))
         << "ALTER TABLE `shop`.`orders`\nCHANGE COLUMN `total` `total` DECIMAL(10,2) NULL DEFAULT '0.00';";
+    const ColumnInfo emptyDefault { "code", "varchar(8)", false, false, "", "", "utf8mb4_bin", "" };
+    QTest::newRow("edit column untouched: DEFAULT '' is kept")
+        << modify(emptyDefault, draftFromColumn(emptyDefault))
+        << "ALTER TABLE `shop`.`orders`\nCHANGE COLUMN `code` `code` VARCHAR(8) COLLATE `utf8mb4_bin` NOT NULL "
+           "DEFAULT '';";
     const ColumnInfo unsignedKey { "n", "bigint(20) unsigned", false, false, std::nullopt, "", std::nullopt, "" };
     QTest::newRow("edit column untouched: unsigned as SHOW COLUMNS spells it")
         << modify(unsignedKey, draftFromColumn(unsignedKey))

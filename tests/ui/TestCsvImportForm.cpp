@@ -27,6 +27,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
+    void importedRowsReadBackExactly_data();
     void importedRowsReadBackExactly();
     void failingRowLeavesTheTableUnchanged();
     void refusals_data();
@@ -93,8 +94,26 @@ QString TestCsvImportForm::writeFile(const QByteArray &bytes)
     return path;
 }
 
+void TestCsvImportForm::importedRowsReadBackExactly_data()
+{
+    QTest::addColumn<bool>("nullMarker");
+    QTest::addColumn<QString>("note"); // row 2's note as the preview shows it
+    QTest::addColumn<QStringList>("expected");
+
+    const QString first = QStringLiteral("1|Smith, \"Jo\"|line one\nline two");
+    const QString third = QStringLiteral("3|\U0001F9F9 broom \U0001D11E|");
+    QTest::newRow("\\N as SQL NULL") << true << "NULL"
+                                     << QStringList { first, "2|O'Brien \\ back|<null>", third, "4|plain|<null>" };
+    QTest::newRow("\\N as text") << false << "\\N"
+                                 << QStringList { first, "2|O'Brien \\ back|\\N", third, "4|plain|\\N" };
+}
+
 void TestCsvImportForm::importedRowsReadBackExactly()
 {
+    QFETCH(bool, nullMarker);
+    QFETCH(QString, note);
+    QFETCH(QStringList, expected);
+
     const QString path = writeFile(QStringLiteral("id,name,NOTE\r\n"
                                                   "1,\"Smith, \"\"Jo\"\"\",\"line one\nline two\"\n"
                                                   "2,O'Brien \\ back,\\N\n"
@@ -104,17 +123,17 @@ void TestCsvImportForm::importedRowsReadBackExactly()
     CsvImportForm form(*m_session, m_harness->prompts);
     auto *toggle = form.findChild<QCheckBox *>(QStringLiteral("nullMarker"));
     auto *preview = form.findChild<QTableWidget *>(QStringLiteral("preview"));
-    // Loaded with \N as text, then switched: the preview and the import must follow the toggle.
-    toggle->setChecked(false);
+    // Loaded with the other setting, then switched: the preview and the import must follow the toggle.
+    toggle->setChecked(!nullMarker);
     m_harness->prompts.files = { path.toStdString() };
     button(form, QStringLiteral("choose"))->click();
     QVERIFY2(form.errorText().isEmpty(), qPrintable(form.errorText()));
-    QCOMPARE(preview->item(1, 2)->text(), QStringLiteral("\\N"));
-    toggle->setChecked(true);
+    QCOMPARE(preview->item(1, 2)->text(), nullMarker ? QStringLiteral("\\N") : QStringLiteral("NULL"));
+    toggle->setChecked(nullMarker);
     QCOMPARE(form.rowCount(), std::size_t(4));
     QCOMPARE(form.mappingText(), QStringLiteral("Columns: id, name, NOTE → note"));
     QCOMPARE(preview->rowCount(), 4);
-    QCOMPARE(preview->item(1, 2)->text(), QStringLiteral("NULL"));
+    QCOMPARE(preview->item(1, 2)->text(), note);
 
     std::vector<std::string> statuses;
     QObject::connect(m_session.get(), &ServerSession::statusChanged, this, [this, &statuses] {
@@ -125,11 +144,7 @@ void TestCsvImportForm::importedRowsReadBackExactly()
     QVERIFY2(form.errorText().isEmpty(), qPrintable(form.errorText()));
     QCOMPARE(form.result(), int(QDialog::Accepted));
 
-    QCOMPARE(rows("SELECT id, name, note FROM people ORDER BY id"),
-        QStringList({ QStringLiteral("1|Smith, \"Jo\"|line one\nline two"),
-            QStringLiteral("2|O'Brien \\ back|<null>"),
-            QStringLiteral("3|\U0001F9F9 broom \U0001D11E|"),
-            QStringLiteral("4|plain|<null>") }));
+    QCOMPARE(rows("SELECT id, name, note FROM people ORDER BY id"), expected);
     QCOMPARE(m_session->tableResult().rows.size(), std::size_t(4));
     const auto shown = [&statuses](const std::string &status) {
         return std::find(statuses.begin(), statuses.end(), status) != statuses.end();

@@ -259,6 +259,7 @@ void TestDatabaseNavigator::openingATable_data()
     const int table = static_cast<int>(DatabaseNavigator::ItemKind::table);
     QTest::newRow("table") << "orders" << table << false;
     QTest::newRow("view") << "orders_by_customer" << static_cast<int>(DatabaseNavigator::ItemKind::view) << false;
+    QTest::newRow("back-quoted name") << "we`ird" << table << false;
     QTest::newRow("\"Open data\" in the menu") << "customers" << table << true;
 }
 
