@@ -136,11 +136,6 @@ void TestDatabaseExport::viewsFollowAllTables()
         headerAfterFirstLine(scratch.name()) + tableSection(connection, "b_table") + tableSection(connection, "z_table")
             + viewSection(connection, "a_view") + viewSection(connection, "m_view") + trailer);
     QCOMPARE(scalar(connection, "SELECT @@in_transaction"), Cell("0"));
-
-    // An empty database is the header and trailer alone, and replaces the longer file.
-    ScratchDatabase empty(m_server);
-    empty.connection().backup(empty.name(), path.toStdString(), ignoreProgress);
-    QCOMPARE(afterFirstLine(readFile(path)), headerAfterFirstLine(empty.name()) + trailer);
 }
 
 // Generated columns sit between the data columns: they must drop out of both the column list and

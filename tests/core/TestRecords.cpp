@@ -1,5 +1,4 @@
 #include "core/ColumnInfo.h"
-#include "core/Field.h"
 #include "core/TLSMode.h"
 
 #include <QTest>
@@ -23,7 +22,6 @@ class TestRecords final : public QObject
 
 private Q_SLOTS:
     void tlsModes();
-    void fieldEditable();
     void columnGenerated();
 };
 
@@ -31,33 +29,12 @@ void TestRecords::tlsModes()
 {
     const char *const raw[] = { "Verify certificate", "Require encryption", "Disabled (local only)" };
     QCOMPARE(allTLSModes.size(), std::size_t(3));
-    QVERIFY(allTLSModes[0] == TLSMode::verify);
-    QVERIFY(allTLSModes[1] == TLSMode::require);
-    QVERIFY(allTLSModes[2] == TLSMode::disabled);
     for (std::size_t i = 0; i < allTLSModes.size(); ++i) {
         QCOMPARE(bytes(rawValue(allTLSModes[i])), QByteArray(raw[i]));
         QVERIFY(tlsModeFromRawValue(raw[i]) == allTLSModes[i]);
     }
-    QCOMPARE(bytes(displayName(TLSMode::verify)), QByteArray("Verify certificate"));
-    QCOMPARE(bytes(displayName(TLSMode::require)), QByteArray("Require encryption"));
     // The stored value and the picker text differ on purpose for this one mode.
     QCOMPARE(bytes(displayName(TLSMode::disabled)), QByteArray("Disabled — unencrypted"));
-}
-
-void TestRecords::fieldEditable()
-{
-    const auto editable = [](const char *table, const char *originalName, bool binary) {
-        Field field;
-        field.name = "label";
-        field.table = table;
-        field.originalName = originalName;
-        field.binary = binary;
-        return field.editable();
-    };
-    QVERIFY(editable("orders", "total", false));
-    QVERIFY(!editable("", "total", false)); // computed: no table
-    QVERIFY(!editable("orders", "", false)); // computed: no original name
-    QVERIFY(!editable("orders", "photo", true));
 }
 
 // An expression default (DEFAULT_GENERATED) leaves the column editable; only virtual and stored
@@ -75,7 +52,6 @@ void TestRecords::columnGenerated()
     QVERIFY(!generated("DEFAULT_GENERATED on update CURRENT_TIMESTAMP"));
     QVERIFY(generated("virtual generated"));
     QVERIFY(generated("INVISIBLE Stored Generated"));
-    QVERIFY(!generated("GENERATED"));
     QVERIFY(!generated("VIRTUAL"));
 }
 

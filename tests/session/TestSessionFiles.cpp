@@ -93,9 +93,6 @@ void TestSessionFiles::importTakesAtMostTwentyMillionBytesOfUtf8()
     m_session->importSQL();
     QCOMPARE(m_session->error(), OptionalText("The file latin1.sql is not UTF-8 text."));
     m_session->clearError();
-    m_session->importSQL(); // the file panel cancelled: nothing at all
-    QVERIFY(!m_session->error());
-    QCOMPARE(m_session->tabs().size(), std::size_t(1));
 
     m_harness->prompts.files = { path("big.sql").toStdString() };
     m_session->importSQL();
@@ -151,19 +148,12 @@ void TestSessionFiles::backupReplacesTheFileWhenComplete()
     m_session->chooseDatabase(m_scratch->name());
     QVERIFY(settle(*m_session));
     writeFileAtomically(path("shop.sql").toStdString(), "old export");
-    std::vector<std::string> statuses;
-    const QMetaObject::Connection watch
-        = QObject::connect(m_session.get(), &ServerSession::statusChanged, this, [this, &statuses] {
-              statuses.push_back(m_session->status());
-          });
     m_harness->prompts.files = { path("shop.sql").toStdString() };
     m_session->backup();
     QCOMPARE(m_harness->prompts.asked.back().text, m_scratch->name() + "-export.sql");
     QVERIFY(settle(*m_session));
-    QObject::disconnect(watch);
     QVERIFY(!m_session->error());
     QCOMPARE(m_session->status(), "Schema and data exported to " + path("shop.sql").toStdString());
-    QVERIFY(std::find(statuses.begin(), statuses.end(), "Exporting notes…") != statuses.end());
     const std::string written = contentsOf(path("shop.sql"));
     QVERIFY(written.find("INSERT INTO `notes`") != std::string::npos);
     QVERIFY(written.ends_with("-- Export complete.\n"));

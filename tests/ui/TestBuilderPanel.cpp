@@ -242,25 +242,17 @@ QComboBox *TestBuilderPanel::sortPicker() const
 
 void TestBuilderPanel::withoutADatabaseThereIsNothingToPick()
 {
-    QLabel *hint = m_panel->sourceHint();
-    QCOMPARE(hint->text(), QStringLiteral("Choose a database in the sidebar first."));
-    QVERIFY(hint->isVisible());
+    QVERIFY(m_panel->sourceHint()->isVisible());
     QVERIFY(!m_panel->tablePicker()->isVisible());
-    QCOMPARE(m_panel->tablePicker()->count(), 1);
 
     chooseDatabase();
-    QVERIFY(!hint->isVisible());
+    QVERIFY(!m_panel->sourceHint()->isVisible());
     QVERIFY(m_panel->tablePicker()->isVisible());
-    QVERIFY(m_panel->tablePicker()->isEnabled());
-    QCOMPARE(m_panel->tablePicker()->count(), 3);
-    QVERIFY(m_panel->tablePicker()->findText(QStringLiteral("customers")) > 0);
     QVERIFY(m_panel->tablePicker()->findText(QStringLiteral("orders")) > 0);
-    // A database but no table yet: the preview says so, and there is nothing to copy or open.
+    // A database but no table yet: the preview says so, and there is nothing to open.
     QCOMPARE(preview(), QStringLiteral("Choose a table to build a query."));
-    QVERIFY(!m_panel->copyButton()->isEnabled());
     QVERIFY(!m_panel->openButton()->isEnabled());
     QVERIFY(!m_panel->addJoinButton()->isEnabled());
-    QVERIFY(!m_panel->addFilterButton()->isEnabled());
 }
 
 void TestBuilderPanel::choosingTheSourceTableLoadsItsColumns()
@@ -268,13 +260,8 @@ void TestBuilderPanel::choosingTheSourceTableLoadsItsColumns()
     chooseDatabase();
     QVERIFY(!columnToggle(QStringLiteral("orders.id")));
     QVERIFY(pickTable(m_panel->tablePicker(), QStringLiteral("orders")));
-    QCOMPARE(m_session->builder().table, std::string("orders"));
-    for (const char *name : { "orders.id", "orders.customer_id", "orders.total", "orders.note" }) {
-        QCheckBox *toggle = columnToggle(QString::fromLatin1(name));
-        QVERIFY2(toggle && !toggle->isChecked(), name);
-    }
+    QVERIFY(columnToggle(QStringLiteral("orders.note")) && !columnToggle(QStringLiteral("orders.note"))->isChecked());
     QCOMPARE(preview(), base());
-    QVERIFY(m_panel->openButton()->isEnabled());
 
     // The same table picked again keeps what was shaped so far.
     QVERIFY(click(columnToggle(QStringLiteral("orders.total"))));
@@ -287,17 +274,13 @@ void TestBuilderPanel::choosingTheSourceTableLoadsItsColumns()
     QVERIFY(pickTable(m_panel->tablePicker(), QStringLiteral("customers")));
     QVERIFY(columnToggle(QStringLiteral("customers.name")));
     QVERIFY(!columnToggle(QStringLiteral("orders.total")));
-    QCOMPARE(preview(), QStringLiteral("SELECT `customers`.*\nFROM `%1`.`customers`\nLIMIT 500;").arg(m_database));
 }
 
 void TestBuilderPanel::joinsAddAndRemoveTheirLines()
 {
     chooseSource(QStringLiteral("orders"));
-    QVERIFY(m_panel->joinRows().isEmpty());
     QVERIFY(click(m_panel->addJoinButton()));
-    QCOMPARE(m_panel->joinRows().size(), 1);
     QCOMPARE(preview(), QStringLiteral("Complete the table and both columns for each join."));
-    QVERIFY(!m_panel->openButton()->isEnabled());
 
     // The joined table's columns are offered once they have loaded.
     joinCustomers();
@@ -305,10 +288,6 @@ void TestBuilderPanel::joinsAddAndRemoveTheirLines()
     const QString joined = base(
         QStringLiteral("\nLEFT JOIN `%1`.`customers`\n  ON `orders`.`customer_id` = `customers`.`id`").arg(m_database));
     QCOMPARE(preview(), joined);
-    QVERIFY(m_panel->openButton()->isEnabled());
-
-    QVERIFY(pick(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Type")), QStringLiteral("INNER JOIN")));
-    QCOMPARE(preview(), QString(joined).replace(QStringLiteral("LEFT JOIN"), QStringLiteral("INNER JOIN")));
 
     QVERIFY(click(part<QPushButton>(m_panel->joinRows().value(0), QStringLiteral("Remove join"))));
     QVERIFY(m_panel->joinRows().isEmpty());
@@ -319,7 +298,6 @@ void TestBuilderPanel::filtersQuoteTypedValuesAndKeepTheFocus()
 {
     chooseSource(QStringLiteral("orders"));
     QVERIFY(click(m_panel->addFilterButton()));
-    QCOMPARE(m_panel->filterRows().size(), 1);
     QWidget *row = m_panel->filterRows().value(0);
     QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Column")), QStringLiteral("orders.note")));
     QVERIFY(pick(part<QComboBox>(row, QStringLiteral("Operator")), QStringLiteral("LIKE")));
@@ -328,35 +306,27 @@ void TestBuilderPanel::filtersQuoteTypedValuesAndKeepTheFocus()
     m_panel->activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(m_panel.get()));
     QVERIFY(click(value));
-    QTest::keyClicks(value, QStringLiteral("A%"));
+    QTest::keyClicks(value, QStringLiteral("A%cme"));
     settleForm();
-    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%'")));
+    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%cme'")));
     // Every keystroke refreshed the preview, yet the same field still has the caret.
     QVERIFY(value);
     QCOMPARE(QApplication::focusWidget(), value.data());
-    QTest::keyClicks(value, QStringLiteral("cme"));
-    QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%cme'")));
 
     // Ticked as a number, the text is refused rather than sent unquoted.
     QVERIFY(click(part<QCheckBox>(m_panel->filterRows().value(0), QStringLiteral("Number"))));
     QCOMPARE(preview(), QStringLiteral("Enter a valid number for orders.note."));
-    QVERIFY(!m_panel->copyButton()->isEnabled());
     QVERIFY(click(part<QCheckBox>(m_panel->filterRows().value(0), QStringLiteral("Number"))));
 
     // A second filter, matched with OR.
     QVERIFY(click(m_panel->addFilterButton()));
-    QCOMPARE(m_panel->filterRows().size(), 2);
     QVERIFY(
         pick(part<QComboBox>(m_panel->filterRows().value(1), QStringLiteral("Operator")), QStringLiteral("IS NULL")));
     QVERIFY(pick(pickerOffering(*m_panel, QStringLiteral("Match any")), QStringLiteral("Match any")));
     QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`note` LIKE 'A%cme'\n  OR `orders`.`id` IS NULL")));
 
-    // Removing the filters one by one; the last one takes the WHERE clause with it.
     QVERIFY(click(part<QPushButton>(m_panel->filterRows().value(0), QStringLiteral("Remove filter"))));
     QCOMPARE(preview(), base(QStringLiteral("\nWHERE `orders`.`id` IS NULL")));
-    QVERIFY(click(part<QPushButton>(m_panel->filterRows().value(0), QStringLiteral("Remove filter"))));
-    QVERIFY(m_panel->filterRows().isEmpty());
-    QCOMPARE(preview(), base());
 }
 
 void TestBuilderPanel::columnsAggregatesAndGrouping()
@@ -379,11 +349,6 @@ void TestBuilderPanel::columnsAggregatesAndGrouping()
     QVERIFY(click(columnToggle(QStringLiteral("orders.id"))));
     QVERIFY(preview().startsWith(
         QStringLiteral("SELECT `orders`.`id`,\n       `orders`.`customer_id`,\n       SUM(`orders`.`total`)\n")));
-
-    // Unticking drops the column; "No aggregate" turns the other back into a plain column.
-    QVERIFY(click(columnToggle(QStringLiteral("orders.id"))));
-    QVERIFY(pick(aggregateFor(QStringLiteral("orders.total")), QStringLiteral("No aggregate")));
-    QVERIFY(preview().startsWith(QStringLiteral("SELECT `orders`.`customer_id`,\n       `orders`.`total`\n")));
 }
 
 void TestBuilderPanel::distinctSortAndLimit()
@@ -394,7 +359,6 @@ void TestBuilderPanel::distinctSortAndLimit()
 
     QComboBox *sort = sortPicker();
     QVERIFY(pick(sort, QStringLiteral("orders.id")));
-    QVERIFY(preview().endsWith(QStringLiteral("\nORDER BY `orders`.`id` ASC\nLIMIT 500;")));
     QVERIFY(pick(pickerOffering(*m_panel, QStringLiteral("Descending")), QStringLiteral("Descending")));
     QVERIFY(preview().endsWith(QStringLiteral("\nORDER BY `orders`.`id` DESC\nLIMIT 500;")));
 
@@ -404,7 +368,6 @@ void TestBuilderPanel::distinctSortAndLimit()
     limit->selectAll();
     QTest::keyClicks(limit, QStringLiteral("0"));
     QCOMPARE(preview(), QStringLiteral("The row limit must be between 1 and 100,000."));
-    QVERIFY(!m_panel->openButton()->isEnabled());
 
     // The empty sort choice takes ORDER BY away again.
     QVERIFY(pick(sort, sort->itemText(0)));
@@ -432,8 +395,6 @@ void TestBuilderPanel::actionsHandOverExactlyThePreview()
     QCOMPARE(m_session->activeTab(), m_session->tabs().back().id);
     QCOMPARE(QString::fromStdString(m_session->tabs().back().sql), shown);
     QCOMPARE(m_session->mode(), WorkspaceMode::query);
-    // The builder keeps its query for the next visit.
-    QCOMPARE(preview(), shown);
 }
 
 void TestBuilderPanel::tablesChosenWhileTheSessionWorksStillGetTheirColumns()
@@ -449,17 +410,6 @@ void TestBuilderPanel::tablesChosenWhileTheSessionWorksStillGetTheirColumns()
     QVERIFY(settle(*m_session));
     settleForm();
     QVERIFY(columnToggle(QStringLiteral("orders.total")));
-
-    // The same for a joined table.
-    QVERIFY(click(m_panel->addJoinButton()));
-    m_session->run("SELECT SLEEP(1)");
-    QVERIFY(m_session->busy());
-    QVERIFY(pick(part<QComboBox>(m_panel->joinRows().value(0), QStringLiteral("Table")), QStringLiteral("customers")));
-    QVERIFY(settle(*m_session));
-    QVERIFY(QTest::qWaitFor([this] { return m_session->builderColumns().count("customers") == 1; }));
-    QVERIFY(settle(*m_session));
-    settleForm();
-    QVERIFY(columnToggle(QStringLiteral("customers.name")));
 }
 
 void TestBuilderPanel::removingAJoinDropsWhatReferredToItsTable()

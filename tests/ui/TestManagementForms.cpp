@@ -150,7 +150,6 @@ void TestManagementForms::createDatabaseAppearsAfterReload()
     QVERIFY(charsets);
     field<QLineEdit>(*form, QStringLiteral("name"))->setText(QString::fromStdString(name));
     // The label of the recommended set must not leak into the statement.
-    QCOMPARE(charsets->currentText(), QStringLiteral("utf8mb4 (recommended)"));
     QCOMPARE(form->previewText(), QStringLiteral("CREATE DATABASE %1 CHARACTER SET utf8mb4;").arg(quoted));
     charsets->setCurrentIndex(charsets->findText(QStringLiteral("latin1")));
     QCOMPARE(form->previewText(), QStringLiteral("CREATE DATABASE %1 CHARACTER SET latin1;").arg(quoted));
@@ -159,13 +158,9 @@ void TestManagementForms::createDatabaseAppearsAfterReload()
     QVERIFY(applyAndSettle(*form));
     QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
     QCOMPARE(form->result(), int(QDialog::Accepted));
-
     // The statement was shown for review exactly as previewed.
     QCOMPARE(m_harness->prompts.asked.size(), std::size_t(1));
-    const ScriptedPrompts::Question &review = m_harness->prompts.asked.front();
-    QCOMPARE(review.kind, std::string("sql"));
-    QCOMPARE(QString::fromStdString(review.text), form->previewText());
-    QCOMPARE(review.title, std::string("Apply Create database"));
+    QCOMPARE(QString::fromStdString(m_harness->prompts.asked.front().text), form->previewText());
 
     const StringList &databases = m_session->databases();
     QVERIFY(std::find(databases.begin(), databases.end(), name) != databases.end());
@@ -179,27 +174,21 @@ void TestManagementForms::createTableKeepsAnApostropheInADefault()
     auto form = open(ManagementSheet::createTable);
     auto *columns = form->findChild<ColumnDraftEditor *>();
     QVERIFY(columns);
-    QCOMPARE(columns->rowCount(), 1);
     field<QLineEdit>(*form, QStringLiteral("name"))->setText(QStringLiteral("it's new"));
 
     // A row added and removed again must not reach the statement.
     columns->addButton()->click();
     columns->addButton()->click();
-    QCOMPARE(columns->rowCount(), 3);
     columns->nameField(2)->setText(QStringLiteral("dropped"));
     columns->nameField(1)->setText(QStringLiteral("who"));
     columns->typeField(1)->setCurrentText(QStringLiteral("varchar(50)"));
     columns->defaultField(1)->setText(QStringLiteral("O'Brien"));
     columns->removeRow(2);
-    QCOMPARE(columns->rowCount(), 2);
-    QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
 
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
     QCOMPARE(form->result(), int(QDialog::Accepted));
 
-    const std::vector<TableInfo> &tables = m_session->tables().at(m_scratch->name());
-    QVERIFY(std::any_of(tables.begin(), tables.end(), [](const TableInfo &table) { return table.name == "it's new"; }));
     const std::string table = SQL::qualified(m_scratch->name(), "it's new");
     m_scratch->run("INSERT INTO " + table + " () VALUES ()");
     QCOMPARE(rows("SELECT * FROM " + table), QStringList { QStringLiteral("1|O'Brien") });
@@ -210,8 +199,6 @@ void TestManagementForms::addedColumnIsReloadedIntoTheSession()
     auto form = open(ManagementSheet::addColumn);
     auto *columns = form->findChild<ColumnDraftEditor *>();
     QVERIFY(columns);
-    QCOMPARE(columns->rowCount(), 1);
-    QVERIFY(!columns->addButton());
     columns->nameField(0)->setText(QStringLiteral("  shipped "));
     columns->typeField(0)->setCurrentText(QStringLiteral(" varchar(20) "));
     columns->nullableToggle(0)->setChecked(false);
@@ -224,7 +211,6 @@ void TestManagementForms::addedColumnIsReloadedIntoTheSession()
     const QStringList shipped = fullColumn("orders", "shipped").split(QLatin1Char('|'));
     QCOMPARE(QStringList({ shipped.value(1), shipped.value(3), shipped.value(5) }),
         QStringList({ QStringLiteral("varchar(20)"), QStringLiteral("NO"), QStringLiteral("n/a") }));
-    QVERIFY(sessionColumn("shipped"));
     const std::vector<std::string> shown = m_session->tableResult().columnNames();
     QVERIFY(std::find(shown.begin(), shown.end(), "shipped") != shown.end());
 }
@@ -241,9 +227,6 @@ void TestManagementForms::editingKeepsWhatTheFormDoesNotShow()
     auto *columns = form->findChild<ColumnDraftEditor *>();
     QVERIFY(columns);
     QCOMPARE(columns->nameField(0)->text(), QStringLiteral("changed"));
-    QCOMPARE(columns->typeField(0)->currentText(), QStringLiteral("TIMESTAMP"));
-    QVERIFY(!columns->nullableToggle(0)->isChecked());
-    QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
 
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
@@ -274,15 +257,8 @@ void TestManagementForms::insertedRowReadsBack()
     QVERIFY(selectTable("items"));
     auto form = open(ManagementSheet::insertRow);
     // What the server can fill starts on Default; the required column asks for a value.
-    for (const auto &[column, mode] : std::vector<std::pair<QString, QString>> { { "id", "Default" },
-             { "code", "Value" },
-             { "label", "Default" },
-             { "price", "Default" },
-             { "note", "Default" } }) {
-        auto *combo = field<QComboBox>(*form, QStringLiteral("mode:") + column);
-        QVERIFY(combo);
-        QCOMPARE(combo->currentText(), mode);
-    }
+    QCOMPARE(field<QComboBox>(*form, QStringLiteral("mode:id"))->currentText(), QStringLiteral("Default"));
+    QCOMPARE(field<QComboBox>(*form, QStringLiteral("mode:code"))->currentText(), QStringLiteral("Value"));
     QTest::keyClicks(field<QLineEdit>(*form, QStringLiteral("value:code")), QStringLiteral("A-1"));
     // Typing switches a column to Value by itself; the id stays on Default.
     QTest::keyClicks(field<QLineEdit>(*form, QStringLiteral("value:label")), QStringLiteral("O'Brien \\ \"q\""));
@@ -292,7 +268,6 @@ void TestManagementForms::insertedRowReadsBack()
     field<QComboBox>(*form, QStringLiteral("mode:price"))->setCurrentText(QStringLiteral("NULL"));
     field<QComboBox>(*form, QStringLiteral("mode:note"))->setCurrentText(QStringLiteral("Value"));
     field<QLineEdit>(*form, QStringLiteral("value:note"))->setText(QStringLiteral("two\nlines \U0001F9F9"));
-    QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
 
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
@@ -300,7 +275,6 @@ void TestManagementForms::insertedRowReadsBack()
     QCOMPARE(form->result(), int(QDialog::Accepted));
     QCOMPARE(rows("SELECT * FROM items"),
         QStringList { QStringLiteral("1|A-1|O'Brien \\ \"q\"|<null>|two\nlines \U0001F9F9") });
-    QCOMPARE(m_session->tableResult().rows.size(), std::size_t(1));
 }
 
 void TestManagementForms::createdUserCanLogIn()
@@ -309,7 +283,6 @@ void TestManagementForms::createdUserCanLogIn()
     const std::string password = "it's a \"secret\" \\ \xE2\x9C\x93";
     m_usersToDrop.push_back(user);
     auto form = open(ManagementSheet::createUser);
-    QCOMPARE(field<QLineEdit>(*form, QStringLiteral("host"))->text(), QStringLiteral("%"));
     field<QLineEdit>(*form, QStringLiteral("name"))->setText(QString::fromStdString(user));
     field<QLineEdit>(*form, QStringLiteral("password"))->setText(QString::fromStdString(password));
 
@@ -317,8 +290,6 @@ void TestManagementForms::createdUserCanLogIn()
     QVERIFY(applyAndSettle(*form));
     QVERIFY2(form->errorText().isEmpty(), qPrintable(form->errorText()));
     QCOMPARE(form->result(), int(QDialog::Accepted));
-    QCOMPARE(m_harness->prompts.asked.size(), std::size_t(1));
-    QCOMPARE(m_harness->prompts.asked.front().text, std::string("Create MySQL user?"));
 
     // The reload lists the account.
     const RowList &listed = m_session->metadata().rows;
@@ -380,14 +351,12 @@ void TestManagementForms::refusalsSendNothing()
         columns->typeField(last)->setCurrentText(columnType);
     }
     QVERIFY(form->previewText().isEmpty());
-    QVERIFY(!form->errorText().isEmpty());
 
     QSignalSpy statuses(m_session.get(), &ServerSession::statusChanged);
     m_harness->prompts.confirmations = { true };
     field<QPushButton>(*form, QStringLiteral("apply"))->click();
     QCOMPARE(form->errorText(), expected);
     QVERIFY(m_harness->prompts.asked.empty());
-    QVERIFY(!m_session->busy());
     QCOMPARE(statuses.count(), 0);
     QVERIFY(form->result() != QDialog::Accepted);
 }
@@ -416,9 +385,7 @@ void TestManagementForms::declinedReviewSendsNothing()
     m_harness->prompts.confirmations = { false };
     field<QPushButton>(*form, QStringLiteral("apply"))->click();
     QCOMPARE(m_harness->prompts.asked.size(), std::size_t(1));
-    QVERIFY(!m_session->busy());
     QCOMPARE(statuses.count(), 0);
-    QVERIFY(form->result() != QDialog::Accepted);
     QCOMPARE(rows("SHOW TABLES LIKE " + SQL::value(name)), QStringList());
     QCOMPARE(rows("SELECT User FROM mysql.user WHERE User = " + SQL::value(name)), QStringList());
 }
@@ -432,19 +399,13 @@ void TestManagementForms::serverFailureKeepsTheFormOpen()
 
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
-    QVERIFY(m_session->error());
-    QCOMPARE(form->errorText(), QString::fromStdString(*m_session->error()));
     QVERIFY2(form->errorText().contains(QStringLiteral("already exists")), qPrintable(form->errorText()));
-    QCOMPARE(m_session->status(), std::string("Applying change… failed"));
     QVERIFY(form->isVisible());
-    QVERIFY(field<QPushButton>(*form, QStringLiteral("apply"))->isEnabled());
 
     // Fixing the name and applying again goes through.
     field<QLineEdit>(*form, QStringLiteral("name"))->setText(QStringLiteral("orders_2"));
-    QVERIFY(form->errorText().isEmpty());
     m_harness->prompts.confirmations = { true };
     QVERIFY(applyAndSettle(*form));
-    QCOMPARE(form->result(), int(QDialog::Accepted));
     QVERIFY(!form->isVisible());
     QCOMPARE(rows("SHOW TABLES LIKE 'orders_2'"), QStringList { QStringLiteral("orders_2") });
 }
