@@ -110,14 +110,22 @@ void MainWindow::buildMenus()
     file->addAction(QStringLiteral("Save Query…"), QKeySequence::Save, this, &MainWindow::saveSQL);
 
     QMenu *edit = bar->addMenu(QStringLiteral("Edit"));
-    edit->addAction(QStringLiteral("Undo"), QKeySequence::Undo, this, [] { sendToFocus("undo", QKeySequence::Undo); });
-    edit->addAction(QStringLiteral("Cut"), QKeySequence::Cut, this, [] { sendToFocus("cut", QKeySequence::Cut); });
-    edit->addAction(QStringLiteral("Copy"), QKeySequence::Copy, this, [] { sendToFocus("copy", QKeySequence::Copy); });
-    edit->addAction(
-        QStringLiteral("Paste"), QKeySequence::Paste, this, [] { sendToFocus("paste", QKeySequence::Paste); });
-    edit->addAction(QStringLiteral("Select All"), QKeySequence::SelectAll, this, [] {
-        sendToFocus("selectAll", QKeySequence::SelectAll);
-    });
+    const struct {
+        const char *title;
+        QKeySequence::StandardKey key;
+        const char *slot;
+    } editCommands[] = {
+        { "Undo", QKeySequence::Undo, "undo" },
+        { "Cut", QKeySequence::Cut, "cut" },
+        { "Copy", QKeySequence::Copy, "copy" },
+        { "Paste", QKeySequence::Paste, "paste" },
+        { "Select All", QKeySequence::SelectAll, "selectAll" },
+    };
+    for (const auto &command : editCommands) {
+        edit->addAction(QString::fromLatin1(command.title), command.key, this, [command] {
+            sendToFocus(command.slot, command.key);
+        });
+    }
 
     QMenu *query = bar->addMenu(QStringLiteral("Query"));
     query->addAction(QStringLiteral("Run Query"), QKeySequence(Qt::CTRL | Qt::Key_Return), this, &MainWindow::runQuery);

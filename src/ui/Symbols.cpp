@@ -11,6 +11,47 @@ static void registerIconResources()
 namespace tallowick
 {
 
+namespace
+{
+
+// The resource file of each symbol, without its ".svg".
+const char *fileName(Symbol symbol)
+{
+    switch (symbol) {
+    case Symbol::brand:
+        return "brand";
+    case Symbol::database:
+        return "database";
+    case Symbol::filter:
+        return "filter";
+    case Symbol::key:
+        return "key";
+    case Symbol::lock:
+        return "lock";
+    case Symbol::pencil:
+        return "pencil";
+    case Symbol::plus:
+        return "plus";
+    case Symbol::plusOnAccent:
+        return "plus-light";
+    case Symbol::search:
+        return "search";
+    case Symbol::server:
+        return "server";
+    case Symbol::shield:
+        return "shield";
+    case Symbol::table:
+        return "table";
+    case Symbol::view:
+        return "view";
+    case Symbol::xmark:
+        return "xmark";
+    }
+    return "";
+}
+
+} // namespace
+
 QIcon symbolIcon(Symbol symbol)
 {
     // Registers the resource file of this static library before its first use.
@@ -19,37 +60,7 @@ QIcon symbolIcon(Symbol symbol)
         return true;
     }();
     Q_UNUSED(registered);
-    switch (symbol) {
-    case Symbol::brand:
-        return QIcon(QStringLiteral(":/icons/brand.svg"));
-    case Symbol::database:
-        return QIcon(QStringLiteral(":/icons/database.svg"));
-    case Symbol::key:
-        return QIcon(QStringLiteral(":/icons/key.svg"));
-    case Symbol::lock:
-        return QIcon(QStringLiteral(":/icons/lock.svg"));
-    case Symbol::server:
-        return QIcon(QStringLiteral(":/icons/server.svg"));
-    case Symbol::shield:
-        return QIcon(QStringLiteral(":/icons/shield.svg"));
-    case Symbol::table:
-        return QIcon(QStringLiteral(":/icons/table.svg"));
-    case Symbol::view:
-        return QIcon(QStringLiteral(":/icons/view.svg"));
-    case Symbol::filter:
-        return QIcon(QStringLiteral(":/icons/filter.svg"));
-    case Symbol::pencil:
-        return QIcon(QStringLiteral(":/icons/pencil.svg"));
-    case Symbol::plus:
-        return QIcon(QStringLiteral(":/icons/plus.svg"));
-    case Symbol::plusOnAccent:
-        return QIcon(QStringLiteral(":/icons/plus-light.svg"));
-    case Symbol::search:
-        return QIcon(QStringLiteral(":/icons/search.svg"));
-    case Symbol::xmark:
-        return QIcon(QStringLiteral(":/icons/xmark.svg"));
-    }
-    return {};
+    return QIcon(QStringLiteral(":/icons/%1.svg").arg(QLatin1String(fileName(symbol))));
 }
 
 } // namespace tallowick
