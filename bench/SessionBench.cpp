@@ -78,9 +78,8 @@ int main(int argc, char *argv[])
     const ConnectionProfile profile = bench::testServerProfile();
     const std::string sql = "SELECT * FROM " + SQL::qualified(argv[1], "bench") + " LIMIT 10000";
 
-    EnvironmentPassword store;
-    CredentialMemoryCache cache;
-    Keychain keychain(store, cache);
+    const auto keychain = std::make_shared<Keychain>(
+        std::make_shared<EnvironmentPassword>(), std::make_shared<CredentialMemoryCache>());
     NoPrompts prompts;
     ServerSession session(profile, keychain, prompts);
     session.connect();

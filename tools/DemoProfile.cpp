@@ -41,8 +41,8 @@ int main(int argc, char *argv[])
     std::string password;
     std::getline(std::cin, password);
 
-    QtKeychainStore secrets;
-    Keychain keychain(secrets, CredentialMemoryCache::shared());
+    const auto keychain
+        = std::make_shared<Keychain>(std::make_shared<QtKeychainStore>(), std::make_shared<CredentialMemoryCache>());
     NoPrompts prompts;
     AppStore store(std::nullopt, keychain, prompts);
 

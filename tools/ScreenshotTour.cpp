@@ -86,9 +86,8 @@ int main(int argc, char *argv[])
     QApplication::setWindowIcon(QIcon(QPixmap::fromImage(drawAppIcon())));
     applyLightTheme(app);
 
-    FixedPassword secrets;
-    CredentialMemoryCache cache;
-    Keychain keychain(secrets, cache);
+    const auto keychain
+        = std::make_shared<Keychain>(std::make_shared<FixedPassword>(), std::make_shared<CredentialMemoryCache>());
     DialogPrompts prompts;
     QTemporaryDir folder;
     AppStore store(folder.path().toStdString(), keychain, prompts);

@@ -12,6 +12,7 @@
 #include <QApplication>
 #include <QIcon>
 #include <QPixmap>
+#include <QScopeGuard>
 #include <QScreen>
 #include <QThread>
 #include <QThreadPool>
@@ -32,12 +33,19 @@ int runDesktop(int &argc, char **argv)
     // wait on an unlock prompt; on a two-core machine two such waits must not hold back a cancel.
     QThreadPool::globalInstance()->setMaxThreadCount(std::max(8, QThread::idealThreadCount()));
 
-    QtKeychainStore secretStore;
-    Keychain keychain(secretStore, CredentialMemoryCache::shared());
+    const auto secretStore = std::make_shared<QtKeychainStore>();
+    const auto keychain = std::make_shared<Keychain>(secretStore, std::make_shared<CredentialMemoryCache>());
     DialogPrompts prompts;
     AppStore store(std::nullopt, keychain, prompts);
     MainWindow window(store, prompts);
     prompts.setWindow(&window);
+    // Background jobs own what they use, so none can outlive it; they are still let finish
+    // before the window and the store go, which keeps their answers from reaching a half-torn
+    // program. A keyring prompt still open is given up rather than waited out.
+    const auto drainBackgroundWork = qScopeGuard([&secretStore] {
+        secretStore->abandonWaits();
+        QThreadPool::globalInstance()->waitForDone();
+    });
 
     const QScreen *screen = QGuiApplication::primaryScreen();
     const std::optional<QRect> available = screen ? std::optional<QRect>(screen->availableGeometry()) : std::nullopt;

@@ -101,17 +101,72 @@ void appendValue(std::string &out, const char *value, unsigned long length, bool
     }
 }
 
+// Reads definitions and rows the same way whatever the server's or the session's settings: an
+// SQL mode such as ANSI_QUOTES would write identifiers no other server reads, and TIMESTAMP values
+// would be read in the session's time zone. The session gets its own settings back afterwards,
+// also when the export fails.
+class NeutralSessionSettings
+{
+public:
+    explicit NeutralSessionSettings(MySQLConnection &connection)
+        : m_connection(connection)
+    {
+        const QueryResult current = connection.query("SELECT @@SESSION.sql_mode, @@SESSION.time_zone");
+        if (current.rows.empty() || current.rows.front().size() < 2) {
+            throw AppError("The server did not report the session's SQL mode and time zone.");
+        }
+        m_sqlMode = current.rows.front()[0].value_or("");
+        m_timeZone = current.rows.front()[1].value_or("SYSTEM");
+        connection.query("SET SESSION sql_mode = '', time_zone = '+00:00'");
+    }
+
+    ~NeutralSessionSettings()
+    {
+        try {
+            if (m_connection.isConnected()) {
+                m_connection.query(
+                    "SET SESSION sql_mode = " + SQL::value(m_sqlMode) + ", time_zone = " + SQL::value(m_timeZone));
+            }
+        } catch (const AppError &) {
+            // The export's own outcome is the one to report; a connection that cannot take this
+            // statement cannot take the next one either, and says so then.
+        }
+    }
+
+    NeutralSessionSettings(const NeutralSessionSettings &) = delete;
+    NeutralSessionSettings &operator=(const NeutralSessionSettings &) = delete;
+
+private:
+    MySQLConnection &m_connection;
+    std::string m_sqlMode;
+    std::string m_timeZone;
+};
+
 } // namespace
 
 void MySQLConnection::backup(
     const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress)
 {
+    const NeutralSessionSettings neutral(*this);
+    writeBackup(database, path, progress);
+}
+
+void MySQLConnection::writeBackup(
+    const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress)
+{
     const std::vector<ListedObject> objects = listObjects(query("SHOW FULL TABLES FROM " + SQL::identifier(database)));
     ExportFile file(path);
     const std::string timestamp = QDateTime::currentDateTimeUtc().toString(Qt::ISODate).toStdString();
+    // The replay gets the settings the file was read under: zero stays a value in an
+    // AUTO_INCREMENT key, dates the server once took come back as they are, a value that would
+    // not fit fails loudly, and TIMESTAMP values are written and read in UTC. The replaying
+    // session's own settings come back after the last object.
     file.write("-- Tallowick export · " + timestamp
         + "\n-- Tables and views only. Routines, triggers, events, and user accounts are not included.\n"
-          "SET NAMES utf8mb4;\nSET FOREIGN_KEY_CHECKS=0;\nCREATE DATABASE IF NOT EXISTS "
+          "SET NAMES utf8mb4;\n"
+          "SET @OLD_SQL_MODE=@@SQL_MODE, SQL_MODE='NO_AUTO_VALUE_ON_ZERO,STRICT_ALL_TABLES,ALLOW_INVALID_DATES';\n"
+          "SET @OLD_TIME_ZONE=@@TIME_ZONE, TIME_ZONE='+00:00';\n"
+          "SET FOREIGN_KEY_CHECKS=0;\nCREATE DATABASE IF NOT EXISTS "
         + SQL::identifier(database) + ";\nUSE " + SQL::identifier(database) + ";\n\n");
 
     query("SET TRANSACTION ISOLATION LEVEL REPEATABLE READ");
@@ -165,7 +220,8 @@ void MySQLConnection::backup(
                 secondValueOfFirstRow(query("SHOW CREATE VIEW " + SQL::qualified(database, view.name))) + ";\n\n");
         }
         query("COMMIT");
-        file.write("SET FOREIGN_KEY_CHECKS=1;\n-- Export complete.\n");
+        file.write("SET SQL_MODE=@OLD_SQL_MODE;\nSET TIME_ZONE=@OLD_TIME_ZONE;\n"
+                   "SET FOREIGN_KEY_CHECKS=1;\n-- Export complete.\n");
         file.close();
     } catch (...) {
         try {

@@ -1,6 +1,7 @@
 #include "client/MySQLConnection.h"
 
 #include "client/CellText.h"
+#include "client/ServerDefaults.h"
 #include "core/AppError.h"
 #include "core/SqlQuoting.h"
 
@@ -9,6 +10,9 @@
 #include <chrono>
 #include <filesystem>
 #include <mysql.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 
 namespace tallowick
 {
@@ -74,6 +78,15 @@ Row convertRow(const std::vector<Field> &fields, MYSQL_ROW values, const unsigne
     return row;
 }
 
+// The summary of the first result says how many result sets after it were read but not shown.
+void appendUnshownResults(std::string &message, std::size_t count)
+{
+    if (count > 0) {
+        message
+            += " · " + std::to_string(count) + (count == 1 ? " more result set" : " more result sets") + " not shown";
+    }
+}
+
 double secondsSince(std::chrono::steady_clock::time_point start)
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -81,8 +94,9 @@ double secondsSince(std::chrono::steady_clock::time_point start)
 
 } // namespace
 
-MySQLConnection::MySQLConnection(ConnectionProfile profile)
+MySQLConnection::MySQLConnection(ConnectionProfile profile, ConnectionLimits limits)
     : m_profile(std::move(profile))
+    , m_limits(limits)
 {
 }
 
@@ -91,9 +105,14 @@ MySQLConnection::~MySQLConnection()
     close();
 }
 
+std::string MySQLConnection::clientErrorText() const
+{
+    return "MySQL " + std::to_string(mysql_errno(m_handle)) + ": " + textOrEmpty(mysql_error(m_handle));
+}
+
 void MySQLConnection::throwClientError() const
 {
-    throw AppError("MySQL " + std::to_string(mysql_errno(m_handle)) + ": " + textOrEmpty(mysql_error(m_handle)));
+    throw AppError(clientErrorText());
 }
 
 void MySQLConnection::closeAndRethrow()
@@ -119,15 +138,14 @@ void MySQLConnection::refuseWhenReadOnly() const
 
 void MySQLConnection::applyOptions()
 {
-    // Fixed options; their results are deliberately not checked.
-    const unsigned int connectTimeout = 12;
-    const unsigned int ioTimeout = 90;
+    // Fixed options; their results are deliberately not checked. There is no read limit: a
+    // statement may take as long as the server needs, and Cancel is the way out. A library read
+    // limit would drop the connection under a long statement that the server may still commit.
     const my_bool off = 0;
     const my_bool on = 1;
     const unsigned int noLocalInfile = 0;
-    mysql_options(m_handle, MYSQL_OPT_CONNECT_TIMEOUT, &connectTimeout);
-    mysql_options(m_handle, MYSQL_OPT_READ_TIMEOUT, &ioTimeout);
-    mysql_options(m_handle, MYSQL_OPT_WRITE_TIMEOUT, &ioTimeout);
+    mysql_options(m_handle, MYSQL_OPT_CONNECT_TIMEOUT, &m_limits.connectSeconds);
+    mysql_options(m_handle, MYSQL_OPT_WRITE_TIMEOUT, &m_limits.writeSeconds);
     mysql_options(m_handle, MYSQL_OPT_RECONNECT, &off);
     mysql_options(m_handle, MYSQL_OPT_LOCAL_INFILE, &noLocalInfile);
 
@@ -179,6 +197,7 @@ void MySQLConnection::connect(const std::string &password)
                 CLIENT_FOUND_ROWS)) {
             throwClientError();
         }
+        watchForDeadPeer();
         if (mysql_set_character_set(m_handle, "utf8mb4") != 0) {
             throwClientError();
         }
@@ -195,6 +214,18 @@ void MySQLConnection::connect(const std::string &password)
     } catch (...) {
         closeAndRethrow();
     }
+}
+
+void MySQLConnection::watchForDeadPeer()
+{
+    // TCP keep-alive probes run while the connection waits for a long statement's answer, so a
+    // server host that has gone away ends the wait with an error instead of hanging for ever.
+    const my_socket socket = mysql_get_socket(m_handle);
+    const int on = 1;
+    setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+    setsockopt(socket, IPPROTO_TCP, TCP_KEEPIDLE, &m_limits.keepAliveIdleSeconds, sizeof(int));
+    setsockopt(socket, IPPROTO_TCP, TCP_KEEPINTVL, &m_limits.keepAliveIntervalSeconds, sizeof(int));
+    setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &m_limits.keepAliveProbes, sizeof(int));
 }
 
 void MySQLConnection::use(const std::string &database)
@@ -229,6 +260,7 @@ QueryResult MySQLConnection::query(const std::string &sql, std::int64_t maxRows)
         }
         result.affected = mysql_affected_rows(handle);
         result.message = std::to_string(result.affected) + " rows affected";
+        appendUnshownResults(result.message, discardFurtherResults());
         result.elapsed = secondsSince(start);
         return result;
     }
@@ -265,12 +297,47 @@ QueryResult MySQLConnection::query(const std::string &sql, std::int64_t maxRows)
         throw;
     }
     mysql_free_result(stream);
+    const std::size_t unshown = discardFurtherResults();
     result.message = std::to_string(result.rows.size()) + " rows";
     if (result.truncated) {
         result.message += " · display limit reached";
     }
+    appendUnshownResults(result.message, unshown);
     result.elapsed = secondsSince(start);
     return result;
+}
+
+std::size_t MySQLConnection::discardFurtherResults()
+{
+    // A CALL answers with one result per SELECT of the procedure and a closing status; every one
+    // must be read before the connection accepts the next statement.
+    std::size_t resultSets = 0;
+    while (mysql_more_results(m_handle)) {
+        const int status = mysql_next_result(m_handle);
+        if (status > 0) {
+            throwClientError();
+        }
+        if (status < 0) {
+            break;
+        }
+        MYSQL_RES *stream = mysql_use_result(m_handle);
+        if (!stream) {
+            if (mysql_field_count(m_handle) != 0) {
+                throwClientError();
+            }
+            continue;
+        }
+        ++resultSets;
+        while (mysql_fetch_row(stream)) { }
+        const bool failed = mysql_errno(m_handle) != 0;
+        if (failed) {
+            const AppError error(clientErrorText());
+            mysql_free_result(stream);
+            throw error;
+        }
+        mysql_free_result(stream);
+    }
+    return resultSets;
 }
 
 std::vector<ColumnInfo> MySQLConnection::columns(const std::string &database, const std::string &table)
@@ -293,7 +360,31 @@ std::vector<ColumnInfo> MySQLConnection::columns(const std::string &database, co
         column.comment = row.size() >= 9 ? row[8].value_or("") : "";
         columns.push_back(std::move(column));
     }
+    if (reportsDefaultsQuoted(m_version)) {
+        markExpressionDefaults(database, table, columns);
+    }
     return columns;
+}
+
+void MySQLConnection::markExpressionDefaults(
+    const std::string &database, const std::string &table, std::vector<ColumnInfo> &columns)
+{
+    // MariaDB shows uuid() the same way for DEFAULT uuid() and for DEFAULT 'uuid()', and never
+    // says DEFAULT_GENERATED. Its information_schema quotes literal defaults, so an expression is
+    // marked here the way MySQL marks it, and nothing downstream mistakes it for text.
+    const QueryResult defaults = query("SELECT COLUMN_NAME, COLUMN_DEFAULT FROM information_schema.COLUMNS "
+                                       "WHERE TABLE_SCHEMA = "
+        + SQL::value(database) + " AND TABLE_NAME = " + SQL::value(table));
+    for (const Row &row : defaults.rows) {
+        if (row.size() < 2 || !row[0] || !row[1] || !isExpressionDefault(*row[1])) {
+            continue;
+        }
+        for (ColumnInfo &column : columns) {
+            if (column.name == *row[0] && column.extra.find("DEFAULT_GENERATED") == std::string::npos) {
+                column.extra = column.extra.empty() ? "DEFAULT_GENERATED" : "DEFAULT_GENERATED " + column.extra;
+            }
+        }
+    }
 }
 
 std::string MySQLConnection::stringLiteral(const std::string &text) const
@@ -340,6 +431,7 @@ void MySQLConnection::streamRows(const std::string &sql, const std::function<voi
         throw;
     }
     mysql_free_result(stream);
+    discardFurtherResults();
 }
 
 } // namespace tallowick

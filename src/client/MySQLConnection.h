@@ -14,6 +14,18 @@ struct st_mysql;
 namespace tallowick
 {
 
+// How long the client library waits on a connection. None of them limits how long a statement
+// may run: the server is never left with a statement the program has stopped listening to.
+struct ConnectionLimits {
+    unsigned int connectSeconds = 12;
+    unsigned int writeSeconds = 90; // sending a statement to a server that has stopped reading
+    // A dead server host is noticed by TCP keep-alive probes: idle time before the first probe,
+    // the time between probes, and the unanswered probes that end the connection.
+    int keepAliveIdleSeconds = 60;
+    int keepAliveIntervalSeconds = 10;
+    int keepAliveProbes = 6;
+};
+
 // The program's one wrapper around a MariaDB Connector/C connection. It owns at most one handle,
 // applies the fixed client options and the profile's TLS policy, and turns every client-library
 // failure into an AppError reading "MySQL <errno>: <text>".
@@ -25,7 +37,7 @@ class MySQLConnection
 public:
     static constexpr std::int64_t defaultMaxRows = 10000;
 
-    explicit MySQLConnection(ConnectionProfile profile);
+    explicit MySQLConnection(ConnectionProfile profile, ConnectionLimits limits = {});
     ~MySQLConnection();
 
     MySQLConnection(const MySQLConnection &) = delete;
@@ -44,10 +56,13 @@ public:
     std::uint64_t connectionID() const { return m_connectionID; }
 
     // Sends one statement and streams its result, keeping at most `maxRows` rows; the rest are
-    // read and dropped unconverted so the connection stays in step with the server.
+    // read and dropped unconverted so the connection stays in step with the server. Only the
+    // first result set is kept (a procedure may answer with several); the others are read and
+    // counted in the message, so the connection is always ready for the next statement.
     QueryResult query(const std::string &sql, std::int64_t maxRows = defaultMaxRows);
 
-    // The table's columns from SHOW FULL COLUMNS, in table order.
+    // The table's columns from SHOW FULL COLUMNS, in table order. An expression default is marked
+    // DEFAULT_GENERATED in `extra` on MariaDB too, which does not say so itself.
     std::vector<ColumnInfo> columns(const std::string &database, const std::string &table);
 
     // Writes one grid cell back to its base table, pinned by the full primary key and by the
@@ -64,8 +79,8 @@ public:
     std::string stringLiteral(const std::string &text) const;
 
     // Writes the database's tables (structure and rows) and then its views to `path` as a SQL
-    // script, read inside one consistent snapshot. `progress` gets each object's name before it
-    // is written, on the calling thread. Memory stays flat whatever the table sizes.
+    // script, read inside one consistent snapshot, under a neutral SQL mode and UTC. `progress` gets each object's name
+    // before it is written, on the calling thread. Memory stays flat whatever the table sizes.
     void backup(
         const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress);
 
@@ -80,14 +95,23 @@ public:
     void streamRows(const std::string &sql, const std::function<void(const RawRow &)> &onRow);
 
 private:
+    std::string clientErrorText() const;
     [[noreturn]] void throwClientError() const;
+    // Reads and drops every result after the first; returns how many of them held rows.
+    std::size_t discardFurtherResults();
     [[noreturn]] void closeAndRethrow();
     void applyOptions();
+    void watchForDeadPeer();
+    void writeBackup(
+        const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress);
+    void markExpressionDefaults(
+        const std::string &database, const std::string &table, std::vector<ColumnInfo> &columns);
     st_mysql *requireHandle() const;
     void refuseWhenReadOnly() const;
 
     st_mysql *m_handle = nullptr;
     const ConnectionProfile m_profile;
+    const ConnectionLimits m_limits;
     std::string m_version;
     std::string m_cipher;
     std::uint64_t m_connectionID = 0;

@@ -71,11 +71,12 @@ void MySQLConnection::updateCell(const QueryResult &result, std::int64_t row, st
     const std::string predicate = SQL::rowPredicate(keyFields, keyValues, primary);
 
     // The last term is the stale-row guard: if another session changed this cell since the
-    // grid was read, no row matches.
+    // grid was read, no row matches. It compares what the grid showed with what the server would
+    // show now, so a FLOAT shown rounded still matches and a trailing space still counts.
     const std::string editedColumn = SQL::identifier(field.originalName);
     const QueryResult outcome = query("UPDATE " + SQL::qualified(field.database, field.table) + " SET " + editedColumn
-        + " = " + SQL::value(value) + " WHERE " + predicate + " AND " + editedColumn + " <=> " + SQL::value(oldValue)
-        + " LIMIT 1");
+        + " = " + SQL::value(value) + " WHERE " + predicate + " AND "
+        + SQL::sameShownValue(editedColumn, field, oldValue) + " LIMIT 1");
     if (outcome.affected != 1) {
         throw AppError("The row was changed or deleted by another session. Refresh before editing it again.");
     }

@@ -3,12 +3,6 @@
 namespace tallowick
 {
 
-CredentialMemoryCache &CredentialMemoryCache::shared()
-{
-    static CredentialMemoryCache cache;
-    return cache;
-}
-
 std::string CredentialMemoryCache::value(const QUuid &id, const Loader &load)
 {
     const std::lock_guard guard(m_lock);

@@ -9,8 +9,8 @@
 namespace tallowick
 {
 
-// Process-wide memory of passwords already read from the secret store, so a slow or prompting
-// lookup happens at most once per profile and run. An empty string is a valid answer ("the
+// Memory of passwords already read from the secret store, shared by every session of the run,
+// so a slow or prompting lookup happens at most once per profile and run. An empty string is a valid answer ("the
 // store holds no password") and is cached like any other; a failed lookup is never cached.
 //
 // Thread-safe. The lock is held across the loader, which serialises lookups of every profile
@@ -19,9 +19,6 @@ class CredentialMemoryCache
 {
 public:
     using Loader = std::function<std::string()>;
-
-    // The instance all sessions share; created on first use, alive until the process ends.
-    static CredentialMemoryCache &shared();
 
     // The cached value for `id`, or the loader's answer, which is then cached. A loader that
     // throws leaves the cache unchanged and its exception reaches the caller.

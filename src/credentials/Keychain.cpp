@@ -24,16 +24,16 @@ namespace
 
 } // namespace
 
-Keychain::Keychain(SecretStore &store, CredentialMemoryCache &cache)
-    : m_store(store)
-    , m_cache(cache)
+Keychain::Keychain(std::shared_ptr<SecretStore> store, std::shared_ptr<CredentialMemoryCache> cache)
+    : m_store(std::move(store))
+    , m_cache(std::move(cache))
 {
 }
 
 std::string Keychain::load(const QUuid &id)
 {
-    return m_cache.value(id, [this, &id] {
-        const SecretOutcome outcome = m_store.read(uuidText(id));
+    return m_cache->value(id, [this, &id] {
+        const SecretOutcome outcome = m_store->read(uuidText(id));
         switch (outcome.kind) {
         case SecretOutcome::Kind::notFound:
             return std::string();
@@ -52,27 +52,27 @@ std::string Keychain::load(const QUuid &id)
 void Keychain::save(const std::string &password, const QUuid &id)
 {
     if (password.empty()) {
-        const SecretOutcome outcome = m_store.remove(uuidText(id));
+        const SecretOutcome outcome = m_store->remove(uuidText(id));
         if (outcome.kind == SecretOutcome::Kind::failed) {
             throwAccessFailure(outcome);
         }
-        m_cache.set("", id);
+        m_cache->set("", id);
         return;
     }
-    const SecretOutcome outcome = m_store.write(uuidText(id), password);
+    const SecretOutcome outcome = m_store->write(uuidText(id), password);
     if (outcome.kind != SecretOutcome::Kind::found) {
         throw AppError("The keyring could not save the password (" + std::to_string(outcome.code) + ").");
     }
-    m_cache.set(password, id);
+    m_cache->set(password, id);
 }
 
 void Keychain::remove(const QUuid &id)
 {
-    const SecretOutcome outcome = m_store.remove(uuidText(id));
+    const SecretOutcome outcome = m_store->remove(uuidText(id));
     if (outcome.kind == SecretOutcome::Kind::failed) {
         throwAccessFailure(outcome);
     }
-    m_cache.remove(id);
+    m_cache->remove(id);
 }
 
 } // namespace tallowick

@@ -4,20 +4,22 @@
 #include "credentials/SecretStore.h"
 
 #include <QUuid>
+#include <memory>
 #include <string>
 
 namespace tallowick
 {
 
 // Passwords of saved connections, one item per profile keyed by the profile's UUID text, behind
-// the process-wide memory cache. Every call is synchronous and may wait for the keyring: call
-// it from a background thread, never from the user-interface thread.
+// the memory cache all sessions share. Every call is synchronous and may wait for the keyring:
+// call it from a background thread, never from the user-interface thread. Background jobs hold
+// it by shared ownership, so a lookup still waiting at quit finishes safely.
 class Keychain
 {
 public:
     static constexpr const char *service = "local.tallowick.credentials";
 
-    Keychain(SecretStore &store, CredentialMemoryCache &cache);
+    Keychain(std::shared_ptr<SecretStore> store, std::shared_ptr<CredentialMemoryCache> cache);
 
     // The password, or an empty string when none is stored. Served from the cache after the
     // first successful lookup; a failed lookup is never cached, so the next call asks again.
@@ -30,8 +32,8 @@ public:
     void remove(const QUuid &id);
 
 private:
-    SecretStore &m_store;
-    CredentialMemoryCache &m_cache;
+    const std::shared_ptr<SecretStore> m_store;
+    const std::shared_ptr<CredentialMemoryCache> m_cache;
 };
 
 } // namespace tallowick

@@ -95,10 +95,19 @@ SecretOutcome QtKeychainStore::run(Operation operation, const std::string &accou
             job->start();
         },
         Qt::QueuedConnection);
-    if (future.wait_for(m_timeout) != std::future_status::ready) {
+    // Waited for in short steps, so quitting does not wait out an unanswered prompt.
+    const auto deadline = std::chrono::steady_clock::now() + m_timeout;
+    while (future.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
+        if (m_abandoned || std::chrono::steady_clock::now() >= deadline) {
+            return SecretOutcome::failed(notAnsweredStatus, "The keyring did not answer.");
+        }
+    }
+    try {
+        return future.get();
+    } catch (const std::future_error &) {
+        // The application went away with the job unanswered.
         return SecretOutcome::failed(notAnsweredStatus, "The keyring did not answer.");
     }
-    return future.get();
 }
 
 } // namespace tallowick

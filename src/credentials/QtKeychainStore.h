@@ -2,6 +2,7 @@
 
 #include "credentials/SecretStore.h"
 
+#include <atomic>
 #include <chrono>
 
 namespace tallowick
@@ -25,11 +26,16 @@ public:
     SecretOutcome write(const std::string &account, const std::string &data) override;
     SecretOutcome remove(const std::string &account) override;
 
+    // Ends every wait at once, now and later, with a failure: the program is quitting and
+    // nobody will answer a prompt any more.
+    void abandonWaits() { m_abandoned = true; }
+
 private:
     enum class Operation { read, write, remove };
     SecretOutcome run(Operation operation, const std::string &account, const std::string &data);
 
     std::chrono::milliseconds m_timeout;
+    std::atomic<bool> m_abandoned { false };
 };
 
 } // namespace tallowick

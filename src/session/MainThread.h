@@ -12,8 +12,12 @@ namespace tallowick
 // call from any thread: the receiver is only looked at on the main thread.
 template <typename Receiver, typename Then> void postToMainThread(const QPointer<Receiver> &receiver, Then then)
 {
+    QCoreApplication *application = QCoreApplication::instance();
+    if (!application) {
+        return; // the program is past its event loop: nobody is left to hear about it
+    }
     QMetaObject::invokeMethod(
-        QCoreApplication::instance(),
+        application,
         [receiver, then = std::move(then)]() mutable {
             if (receiver) {
                 then(*receiver);

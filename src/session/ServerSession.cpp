@@ -23,10 +23,11 @@ struct ServerSession::LaneState {
     std::atomic<bool> sessionAlive { true };
 };
 
-ServerSession::ServerSession(ConnectionProfile profile, Keychain &keychain, UserPrompts &prompts, QObject *parent)
+ServerSession::ServerSession(
+    ConnectionProfile profile, std::shared_ptr<Keychain> keychain, UserPrompts &prompts, QObject *parent)
     : QObject(parent)
     , m_profile(std::move(profile))
-    , m_keychain(keychain)
+    , m_keychain(std::move(keychain))
     , m_prompts(prompts)
     , m_lane(std::make_shared<LaneState>())
     , m_worker(std::make_unique<SerialLane>("Tallowick." + uuidText(m_profile.id)))
@@ -168,7 +169,7 @@ void ServerSession::connect()
     setBusy(true);
     setStatus("Connecting to " + m_profile.endpoint() + "…");
     const QPointer<ServerSession> guard(this);
-    runInBackground([guard, keychain = &m_keychain, id = m_profile.id] {
+    runInBackground([guard, keychain = m_keychain, id = m_profile.id] {
         try {
             const std::string password = keychain->load(id);
             postToMainThread(guard, [password](ServerSession &session) { session.startConnecting(password); });

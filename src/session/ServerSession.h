@@ -57,8 +57,9 @@ public:
     static constexpr const char *initialTabSQL
         = "-- Choose a database from the sidebar, then run a query.\nSELECT VERSION() AS server_version;";
 
-    // `keychain` and `prompts` must outlive the session. The session does not connect by itself.
-    ServerSession(ConnectionProfile profile, Keychain &keychain, UserPrompts &prompts, QObject *parent = nullptr);
+    // `prompts` must outlive the session. The session does not connect by itself.
+    ServerSession(
+        ConnectionProfile profile, std::shared_ptr<Keychain> keychain, UserPrompts &prompts, QObject *parent = nullptr);
     ~ServerSession() override;
 
     const QUuid &id() const { return m_profile.id; }
@@ -240,7 +241,7 @@ private:
     void setUserGrants(const QueryResult &value);
 
     const ConnectionProfile m_profile;
-    Keychain &m_keychain;
+    const std::shared_ptr<Keychain> m_keychain;
     UserPrompts &m_prompts;
     std::shared_ptr<LaneState> m_lane;
     std::unique_ptr<SerialLane> m_worker;

@@ -161,7 +161,7 @@ void ServerSession::cancel()
     }
     // Never on the session's own lane: that is busy with the very statement to stop.
     const QPointer<ServerSession> guard(this);
-    runInBackground([guard, keychain = &m_keychain, profile = m_profile, target = m_connectionID] {
+    runInBackground([guard, keychain = m_keychain, profile = m_profile, target = m_connectionID] {
         std::string password;
         try {
             password = keychain->load(profile.id);

@@ -158,8 +158,10 @@ std::optional<std::string> inspectionStatement(
 std::string usersStatement(const std::string &serverVersion)
 {
     if (serverVersion.find("MariaDB") != std::string::npos) {
-        return "SELECT User, Host, JSON_VALUE(Priv, '$.plugin') AS plugin, "
-               "IF(JSON_VALUE(Priv, '$.account_locked') = 'true', 'Y', 'N') AS account_locked "
+        // JSON_VALUE reads a JSON true as 1 (older releases as "true"); an account without a
+        // plugin entry signs in with mysql_native_password.
+        return "SELECT User, Host, IFNULL(JSON_VALUE(Priv, '$.plugin'), 'mysql_native_password') AS plugin, "
+               "IF(JSON_VALUE(Priv, '$.account_locked') IN ('1', 'true'), 'Y', 'N') AS account_locked "
                "FROM mysql.global_priv ORDER BY User, Host";
     }
     return "SELECT User, Host, plugin, account_locked FROM mysql.user ORDER BY User, Host";

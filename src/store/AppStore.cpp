@@ -6,6 +6,7 @@
 #include "core/QueryLogJson.h"
 #include "credentials/Keychain.h"
 #include "session/MainThread.h"
+#include "session/SerialLane.h"
 #include "session/ServerSession.h"
 #include "session/UserPrompts.h"
 
@@ -31,10 +32,12 @@ std::string defaultFolder()
 
 } // namespace
 
-AppStore::AppStore(const std::optional<std::string> &folder, Keychain &keychain, UserPrompts &prompts, QObject *parent)
+AppStore::AppStore(
+    const std::optional<std::string> &folder, std::shared_ptr<Keychain> keychain, UserPrompts &prompts, QObject *parent)
     : QObject(parent)
     , m_folder(folder.value_or(defaultFolder()))
-    , m_keychain(keychain)
+    , m_keychain(std::move(keychain))
+    , m_keyringWrites(std::make_unique<SerialLane>("Tallowick.keyring"))
     , m_prompts(prompts)
 {
     QDir().mkpath(QString::fromStdString(m_folder));
@@ -149,7 +152,7 @@ void AppStore::save(const ConnectionProfile &profile, const std::string &passwor
         return;
     }
     const QPointer<AppStore> guard(this);
-    runInBackground([guard, keychain = &m_keychain, profile, password, done] {
+    m_keyringWrites->post([guard, keychain = m_keychain, profile, password, done] {
         std::optional<std::string> keyringError;
         try {
             keychain->save(password, profile.id);
@@ -218,7 +221,7 @@ void AppStore::remove(const ConnectionProfile &profile)
     }
     m_removed.insert(profile.id);
     const auto found = m_sessions.find(profile.id);
-    runInBackground([keychain = &m_keychain, id = profile.id] {
+    m_keyringWrites->post([keychain = m_keychain, id = profile.id] {
         try {
             keychain->remove(id);
         } catch (const std::exception &) {
@@ -279,7 +282,7 @@ void AppStore::appendHistory(const QueryLog &entry)
 void AppStore::loadPassword(const QUuid &id, PasswordLoaded done)
 {
     const QPointer<AppStore> guard(this);
-    runInBackground([guard, keychain = &m_keychain, id, done] {
+    runInBackground([guard, keychain = m_keychain, id, done] {
         std::optional<std::string> password;
         std::optional<std::string> error;
         try {

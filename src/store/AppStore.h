@@ -7,6 +7,7 @@
 #include <QUuid>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -16,6 +17,7 @@ namespace tallowick
 {
 
 class Keychain;
+class SerialLane;
 class ServerSession;
 class UserPrompts;
 
@@ -34,8 +36,10 @@ public:
 
     // Without a folder, the per-user data folder ($XDG_DATA_HOME/Tallowick). The folder is
     // created when missing; both files are read at once. Never connects by itself.
-    AppStore(
-        const std::optional<std::string> &folder, Keychain &keychain, UserPrompts &prompts, QObject *parent = nullptr);
+    AppStore(const std::optional<std::string> &folder,
+        std::shared_ptr<Keychain> keychain,
+        UserPrompts &prompts,
+        QObject *parent = nullptr);
     ~AppStore() override;
 
     const std::string &folder() const { return m_folder; }
@@ -103,7 +107,10 @@ private:
     void announce(void (AppStore::*notify)());
 
     std::string m_folder;
-    Keychain &m_keychain;
+    const std::shared_ptr<Keychain> m_keychain;
+    // Saves and removals of passwords, in the order they were asked for: a removal must never be
+    // overtaken by an earlier save of the same profile.
+    std::unique_ptr<SerialLane> m_keyringWrites;
     UserPrompts &m_prompts;
     std::vector<ConnectionProfile> m_profiles;
     std::map<QUuid, ServerSession *> m_sessions;

@@ -238,6 +238,10 @@ void MainWindow::showGuide()
 
 void MainWindow::closeEvent(QCloseEvent *event)
 {
+    // Typing still held back in any editor makes its tab unsaved: it must count before asking.
+    for (SQLEditor *editor : findChildren<SQLEditor *>()) {
+        editor->flushEdits();
+    }
     if (m_store && !confirmQuit(*m_store, m_prompts)) {
         event->ignore();
         return;

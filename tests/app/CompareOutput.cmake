@@ -3,6 +3,7 @@
 # for byte, to the EXPECTED file.
 # Placeholders for values only known when the test runs (the disposable server's port and CA).
 string(REPLACE "@TEST_PORT@" "$ENV{TALLOWICK_TEST_PORT}" ARGS "${ARGS}")
+string(REPLACE "@TEST_STRICT_PORT@" "$ENV{TALLOWICK_TEST_STRICT_PORT}" ARGS "${ARGS}")
 string(REPLACE "@TEST_CA@" "$ENV{TALLOWICK_TEST_CA}" ARGS "${ARGS}")
 execute_process(
     COMMAND ${PROGRAM} ${ARGS}

@@ -90,6 +90,7 @@ private Q_SLOTS:
     void reconnectAndClose();
     void readOnlyProfile();
     void killedInTheMiddleOfAStream();
+    void statementOutlastsEveryClientLimit();
 
 private:
     ConnectionProfile tlsProfile(TLSMode mode, std::int64_t port) const
@@ -275,6 +276,23 @@ void TestConnectionLifecycle::killedInTheMiddleOfAStream()
 
     streaming.connect(m_server.password);
     QCOMPARE(scalar(streaming, "SELECT COUNT(*) FROM seq_1_to_3"), Cell("3"));
+}
+
+// No client limit cuts a statement short: with every limit the connection has shortened to a
+// second, a statement of three seconds still answers, and the connection stays in step. (A read
+// limit would drop the link under it while the server may still commit the statement.)
+void TestConnectionLifecycle::statementOutlastsEveryClientLimit()
+{
+    ConnectionLimits shortest;
+    shortest.connectSeconds = 1;
+    shortest.writeSeconds = 1;
+    shortest.keepAliveIdleSeconds = 1;
+    shortest.keepAliveIntervalSeconds = 1;
+    shortest.keepAliveProbes = 1;
+    MySQLConnection patient(m_server.profile(), shortest);
+    patient.connect(m_server.password);
+    QCOMPARE(scalar(patient, "SELECT SLEEP(3)"), Cell("0"));
+    QCOMPARE(scalar(patient, "SELECT 'next'"), Cell("next"));
 }
 
 QTEST_GUILESS_MAIN(TestConnectionLifecycle)

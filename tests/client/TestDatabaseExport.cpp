@@ -19,15 +19,26 @@ using namespace tallowick::test;
 namespace
 {
 
-const QByteArray trailer = "SET FOREIGN_KEY_CHECKS=1;\n-- Export complete.\n";
+// The replaying session gets its own settings back, then the trailer.
+const QByteArray ending = "SET SQL_MODE=@OLD_SQL_MODE;\nSET TIME_ZONE=@OLD_TIME_ZONE;\n"
+                          "SET FOREIGN_KEY_CHECKS=1;\n-- Export complete.\n";
 
 // Everything the header holds after its first (time-stamped) line.
 QByteArray headerAfterFirstLine(const std::string &database)
 {
     const QByteArray name = QByteArray::fromStdString(database);
     return "-- Tables and views only. Routines, triggers, events, and user accounts are not included.\n"
-           "SET NAMES utf8mb4;\nSET FOREIGN_KEY_CHECKS=0;\nCREATE DATABASE IF NOT EXISTS `"
+           "SET NAMES utf8mb4;\n"
+           "SET @OLD_SQL_MODE=@@SQL_MODE, SQL_MODE='NO_AUTO_VALUE_ON_ZERO,STRICT_ALL_TABLES,ALLOW_INVALID_DATES';\n"
+           "SET @OLD_TIME_ZONE=@@TIME_ZONE, TIME_ZONE='+00:00';\n"
+           "SET FOREIGN_KEY_CHECKS=0;\nCREATE DATABASE IF NOT EXISTS `"
         + name + "`;\nUSE `" + name + "`;\n\n";
+}
+
+// The session's SQL mode and time zone, as one line.
+Cell sessionSettings(MySQLConnection &connection)
+{
+    return scalar(connection, "SELECT CONCAT(@@SESSION.sql_mode, ' / ', @@SESSION.time_zone)");
 }
 
 QByteArray readFile(const QString &path)
@@ -83,7 +94,8 @@ private Q_SLOTS:
     void valueLiterals();
     void snapshotIgnoresLaterWrites();
     void failures();
-    void roundTripUnderAnsiQuotes();
+    void roundTripBetweenServers_data();
+    void roundTripBetweenServers();
 
 private:
     QString outputPath(const char *name) const { return m_folder.filePath(QString::fromLatin1(name)); }
@@ -134,7 +146,7 @@ void TestDatabaseExport::viewsFollowAllTables()
     MySQLConnection &connection = scratch.connection();
     QCOMPARE(afterFirstLine(file),
         headerAfterFirstLine(scratch.name()) + tableSection(connection, "b_table") + tableSection(connection, "z_table")
-            + viewSection(connection, "a_view") + viewSection(connection, "m_view") + trailer);
+            + viewSection(connection, "a_view") + viewSection(connection, "m_view") + ending);
     QCOMPARE(scalar(connection, "SELECT @@in_transaction"), Cell("0"));
 }
 
@@ -154,7 +166,7 @@ void TestDatabaseExport::valueLiterals()
     const QByteArray inserts = prefix + "1' USING utf8mb4), NULL, NULL);\n" + prefix + "2' USING utf8mb4), '', '');\n"
         + prefix + "3' USING utf8mb4), CONVERT(X'61275c630a' USING utf8mb4), X'00ff10');\n";
     QCOMPARE(afterFirstLine(readFile(path)),
-        headerAfterFirstLine(scratch.name()) + tableSection(scratch.connection(), "v", inserts) + trailer);
+        headerAfterFirstLine(scratch.name()) + tableSection(scratch.connection(), "v", inserts) + ending);
 }
 
 void TestDatabaseExport::snapshotIgnoresLaterWrites()
@@ -186,6 +198,9 @@ void TestDatabaseExport::failures()
     scratch.run("CREATE TABLE second_t (id INT PRIMARY KEY)");
     scratch.run("INSERT INTO first_t VALUES (1)");
     MySQLConnection &connection = scratch.connection();
+    // Whatever happens, the session keeps its own settings.
+    connection.query("SET SESSION sql_mode = 'ANSI_QUOTES', time_zone = '+05:00'");
+    const Cell settings("ANSI_QUOTES / +05:00");
     int calls = 0;
     const auto progress = [&calls](const std::string &) {
         if (++calls == 2) {
@@ -210,6 +225,7 @@ void TestDatabaseExport::failures()
     QCOMPARE(readFile(path), QByteArray("an earlier export\n"));
     QCOMPARE(calls, 0);
     QCOMPARE(scalar(connection, "SELECT @@in_transaction"), Cell("0"));
+    QCOMPARE(sessionSettings(connection), settings);
 
     // Midway: the snapshot transaction is gone, the connection carries on, the file stops short.
     QCOMPARE(errorFrom([&] { connection.backup(scratch.name(), path.toStdString(), progress); }),
@@ -220,55 +236,85 @@ void TestDatabaseExport::failures()
     QVERIFY(file.contains("INSERT INTO `first_t`"));
     QVERIFY(!file.contains("-- Table `second_t`"));
     QVERIFY(!file.contains("-- Export complete."));
+    QCOMPARE(sessionSettings(connection), settings);
 }
 
-void TestDatabaseExport::roundTripUnderAnsiQuotes()
+void TestDatabaseExport::roundTripBetweenServers_data()
 {
-    ScratchDatabase source(m_server);
-    ScratchDatabase target(m_server);
-    source.run(
-        "CREATE TABLE rt (id INT PRIMARY KEY, t TEXT NULL, b VARBINARY(24) NULL, size INT AS (LENGTH(b)) STORED)");
+    QTest::addColumn<bool>("fromStrict");
+    QTest::newRow("from the strict server to the default one") << true;
+    QTest::newRow("from the default server to the strict one") << false;
+}
+
+// An export from one server replayed into another, whose SQL mode, character set and time zone
+// differ, holds the same rows, value for value.
+void TestDatabaseExport::roundTripBetweenServers()
+{
+    QFETCH(bool, fromStrict);
+
+    const TestServer from = fromStrict ? m_server.strict() : m_server;
+    const TestServer to = fromStrict ? m_server : m_server.strict();
+    ScratchDatabase source(from);
+    source.run("CREATE TABLE rt (id INT AUTO_INCREMENT PRIMARY KEY, t TEXT NULL, b VARBINARY(24) NULL,"
+               " ts TIMESTAMP(3) NULL, dt DATETIME(6) NULL, size INT AS (LENGTH(b)) STORED)");
+    source.run("CREATE VIEW rt_view AS SELECT id, t FROM rt WHERE id < 5");
+    // Zero in the AUTO_INCREMENT key, NULL next to '' and empty next to non-empty bytes, and the
+    // second 01:30 of New York's autumn change (06:30 UTC).
+    const std::string mode = scalar(source.connection(), "SELECT @@SESSION.sql_mode").value_or("");
+    source.run("SET SESSION sql_mode = CONCAT(@@sql_mode, ',NO_AUTO_VALUE_ON_ZERO'), time_zone = '+00:00'");
+    source.run("INSERT INTO rt (id, t, b, ts, dt) VALUES (0, NULL, X'', '2024-11-03 06:30:00.125',"
+               " '2024-11-03 01:30:00.000001'), (1, '', X'00FF', '2024-07-01 12:00:00', NULL),"
+               " (2, CONVERT(X'4d617261277320f09fa7b9205c0a2722' USING utf8mb4), NULL, NULL, '1999-12-31 23:59:59')");
+    source.run("SET SESSION sql_mode = '" + mode + "', time_zone = DEFAULT");
 
     // Text that breaks naive quoting, and bytes of every value, which are rarely valid UTF-8.
     std::mt19937 random(7411);
     std::uniform_int_distribution<int> byte(0, 255);
     std::uniform_int_distribution<int> length(0, 12);
-    const int rows = 150;
-    for (int id = 1; id <= rows; ++id) {
-        const std::string text = awkwardText(random, 12);
+    const int rows = 60;
+    for (int id = 3; id < rows; ++id) {
         std::string bytes;
         for (int n = length(random) * 2; n > 0; --n) {
             bytes.push_back(static_cast<char>(byte(random)));
         }
-        const std::string textValue = id % 10 == 0 ? "NULL" : "CONVERT(" + hexLiteral(text) + " USING utf8mb4)";
-        const std::string bytesValue = id % 7 == 0 ? "NULL" : hexLiteral(bytes);
-        source.run(
-            "INSERT INTO rt (id, t, b) VALUES (" + std::to_string(id) + ", " + textValue + ", " + bytesValue + ")");
+        source.run("INSERT INTO rt (id, t, b) VALUES (" + std::to_string(id) + ", CONVERT("
+            + hexLiteral(awkwardText(random, 12)) + " USING utf8mb4), " + hexLiteral(bytes) + ")");
     }
 
-    const std::string mode = "SET SESSION sql_mode = 'ANSI_QUOTES,NO_BACKSLASH_ESCAPES'";
-    source.run(mode);
     const QString path = outputPath("round-trip.sql");
     source.connection().backup(source.name(), path.toStdString(), ignoreProgress);
 
-    target.run(mode);
+    // The file is replayed as it is, statement by statement, into a server that has never seen
+    // this database.
+    const auto target = to.connect();
+    struct DropCopy {
+        MySQLConnection &target;
+        std::string name;
+        ~DropCopy()
+        {
+            try {
+                target.query("DROP DATABASE IF EXISTS `" + name + "`");
+            } catch (const AppError &) {
+            }
+        }
+    } dropCopy { *target, source.name() };
+    const Cell targetSettings = sessionSettings(*target);
     const QByteArray script = readFile(path);
-    int replayed = 0;
     for (const std::string &statement :
         SQL::statements(std::string_view(script.constData(), std::size_t(script.size())))) {
-        // The replay goes into the target database instead of the source's name.
-        if (statement.starts_with("USE ") || statement.starts_with("CREATE DATABASE ")) {
-            continue;
-        }
-        target.run(statement);
-        ++replayed;
+        target->query(statement);
     }
-    QVERIFY(replayed > rows);
+    QCOMPARE(sessionSettings(*target), targetSettings);
 
-    const std::string compare = "SELECT id, HEX(t), HEX(b), size FROM rt ORDER BY id";
+    // Both sides are read in UTC, so TIMESTAMP values compare as instants.
+    const std::string compare = "SELECT id, HEX(t), HEX(b), ts, dt, size FROM rt ORDER BY id";
+    source.run("SET SESSION time_zone = '+00:00'");
+    target->query("SET SESSION time_zone = '+00:00'");
     const QueryResult expected = source.run(compare);
     QCOMPARE(expected.rows.size(), std::size_t(rows));
-    QCOMPARE(grid(target.run(compare).rows), grid(expected.rows));
+    QCOMPARE(grid(target->query(compare).rows), grid(expected.rows));
+    const std::string view = "SELECT * FROM rt_view ORDER BY id";
+    QCOMPARE(grid(target->query(view).rows), grid(source.run(view).rows));
 }
 
 QTEST_GUILESS_MAIN(TestDatabaseExport)

@@ -21,6 +21,8 @@ private Q_SLOTS:
     void rowCap_data();
     void rowCap();
     void statementsWithoutResultSet();
+    void procedureResults_data();
+    void procedureResults();
     void cellValues_data();
     void cellValues();
     void invalidUtf8InTextColumn();
@@ -49,7 +51,9 @@ void TestQueryResults::initTestCase()
         m_scratch->run("INSERT INTO orders VALUES (10, 1)");
         m_scratch->run("CREATE TABLE described (id INT NOT NULL PRIMARY KEY COMMENT 'row key', plain VARCHAR(20) NULL,"
                        " empty_default VARCHAR(20) NOT NULL DEFAULT '', doubled INT AS (id * 2) VIRTUAL,"
-                       " created TIMESTAMP NOT NULL DEFAULT CURRENT_TIMESTAMP)");
+                       " created TIMESTAMP NOT NULL DEFAULT CURRENT_TIMESTAMP, u VARCHAR(36) DEFAULT uuid(),"
+                       " d DATE DEFAULT curdate(), e INT DEFAULT (1 + 1), ts DATETIME(6) DEFAULT current_timestamp(6),"
+                       " lit VARCHAR(10) DEFAULT 'uuid()', n DOUBLE DEFAULT -1.5e3)");
     } catch (const AppError &error) {
         QFAIL(error.what());
     }
@@ -109,6 +113,55 @@ void TestQueryResults::statementsWithoutResultSet()
     QCOMPARE(result.statement, update);
     const QString error = errorFrom([&] { connection().query("SELECT * FROM no_such_table"); });
     QVERIFY2(error.startsWith("MySQL 1146: "), qPrintable(error));
+}
+
+void TestQueryResults::procedureResults_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<bool>("streamed"); // read through the export's uncapped row stream instead
+    QTest::addColumn<QString>("outcome"); // the message, or the error's start
+
+    // clang-format off
+    QTest::newRow("three SELECTs") << "SELECT 1 AS a; SELECT 2 AS b; SELECT 3 AS c;" << false
+                                   << "1 rows · 2 more result sets not shown";
+    QTest::newRow("two SELECTs") << "SELECT 1 AS a; SELECT 2 AS b;" << false << "1 rows · 1 more result set not shown";
+    QTest::newRow("one SELECT") << "SELECT 1 AS a;" << false << "1 rows";
+    QTest::newRow("no rows at all") << "DO 1;" << false << "0 rows affected";
+    QTest::newRow("an empty result first") << "SELECT 1 AS a FROM DUAL WHERE 0; SELECT 2 AS b;" << false
+                                           << "0 rows · 1 more result set not shown";
+    QTest::newRow("fails after its first result")
+        << "SELECT 1 AS a; SELECT * FROM no_such_table;" << false << "MySQL 1146: ";
+    QTest::newRow("fails before any result") << "SELECT * FROM no_such_table;" << false << "MySQL 1146: ";
+    QTest::newRow("streamed, three SELECTs") << "SELECT 1 AS a; SELECT 2 AS b; SELECT 3 AS c;" << true << "1 rows";
+    QTest::newRow("streamed, fails after its first result")
+        << "SELECT 1 AS a; SELECT * FROM no_such_table;" << true << "MySQL 1146: ";
+    // clang-format on
+}
+
+// A CALL answers with a result per SELECT of the procedure and a closing status: every one must
+// be read, whatever the procedure does, or the connection refuses everything after it.
+void TestQueryResults::procedureResults()
+{
+    QFETCH(QString, body);
+    QFETCH(bool, streamed);
+    QFETCH(QString, outcome);
+
+    connection().query("DROP PROCEDURE IF EXISTS answers");
+    connection().query("CREATE PROCEDURE answers() BEGIN " + body.toStdString() + " END");
+    QString message;
+    try {
+        if (streamed) {
+            int rows = 0;
+            connection().streamRows("CALL answers()", [&rows](const MySQLConnection::RawRow &) { ++rows; });
+            message = QString::number(rows) + " rows";
+        } else {
+            message = QString::fromStdString(connection().query("CALL answers()").message);
+        }
+    } catch (const AppError &error) {
+        message = QString::fromStdString(error.message());
+    }
+    QVERIFY2(message.startsWith(outcome), qPrintable(message));
+    QCOMPARE(scalar(connection(), "SELECT 'next'"), Cell("next"));
 }
 
 void TestQueryResults::cellValues_data()
@@ -205,7 +258,21 @@ void TestQueryResults::columnDescriptions_data()
     QTest::newRow("VIRTUAL generated") << 3
         << "doubled int(11) NULL, default -, collation -, extra 'VIRTUAL GENERATED', comment '', generated";
     QTest::newRow("DEFAULT CURRENT_TIMESTAMP is not generated") << 4
-        << "created timestamp NOT NULL, default 'current_timestamp()', collation -, extra '', comment ''";
+        << "created timestamp NOT NULL, default 'current_timestamp()', collation -, extra 'DEFAULT_GENERATED', comment ''";
+    // The server shows the same default text for an expression and for a literal that reads like
+    // one; only the literal may be written back as a string.
+    QTest::newRow("DEFAULT uuid() is an expression") << 5
+        << "u varchar(36) NULL, default 'uuid()', collation 'utf8mb4_general_ci', extra 'DEFAULT_GENERATED', comment ''";
+    QTest::newRow("DEFAULT curdate() is an expression") << 6
+        << "d date NULL, default 'curdate()', collation -, extra 'DEFAULT_GENERATED', comment ''";
+    QTest::newRow("DEFAULT (1 + 1) is an expression") << 7
+        << "e int(11) NULL, default '(1 + 1)', collation -, extra 'DEFAULT_GENERATED', comment ''";
+    QTest::newRow("DEFAULT current_timestamp(6) is an expression") << 8
+        << "ts datetime(6) NULL, default 'current_timestamp(6)', collation -, extra 'DEFAULT_GENERATED', comment ''";
+    QTest::newRow("DEFAULT 'uuid()' is text") << 9
+        << "lit varchar(10) NULL, default 'uuid()', collation 'utf8mb4_general_ci', extra '', comment ''";
+    QTest::newRow("DEFAULT -1.5e3 is a number") << 10
+        << "n double NULL, default '-1500', collation -, extra '', comment ''";
     // clang-format on
 }
 
@@ -215,7 +282,7 @@ void TestQueryResults::columnDescriptions()
     QFETCH(QString, expected);
 
     const std::vector<ColumnInfo> columns = connection().columns(m_scratch->name(), "described");
-    QCOMPARE(columns.size(), 5u);
+    QCOMPARE(columns.size(), 11u);
     const ColumnInfo &column = columns[std::size_t(position)];
     // An absent value prints as "-", so a lost NULL default cannot pass as an empty one.
     const auto optional = [](const Cell &value) { return value ? "'" + *value + "'" : std::string("-"); };

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <tuple>
 
 using namespace tallowick;
 using namespace tallowick::test;
@@ -47,6 +48,10 @@ private Q_SLOTS:
 
     void updateCell_data();
     void updateCell();
+    void guardByColumnType_data();
+    void guardByColumnType();
+    void keyByColumnType_data();
+    void keyByColumnType();
     void refusedWrites_data();
     void refusedWrites();
     void deleteRow_data();
@@ -65,6 +70,9 @@ private:
     TestServer m_server;
     std::unique_ptr<ScratchDatabase> m_scratch;
     std::unique_ptr<MySQLConnection> m_otherSession;
+    // The same pair on the server set up like many production servers.
+    std::unique_ptr<ScratchDatabase> m_strictScratch;
+    std::unique_ptr<MySQLConnection> m_strictOtherSession;
     Cell m_defaultSqlMode;
 };
 
@@ -75,6 +83,9 @@ void TestRowWrites::initTestCase()
         m_scratch = std::make_unique<ScratchDatabase>(m_server);
         m_otherSession = m_server.connect();
         m_otherSession->use(m_scratch->name());
+        m_strictScratch = std::make_unique<ScratchDatabase>(m_server.strict());
+        m_strictOtherSession = m_server.strict().connect();
+        m_strictOtherSession->use(m_strictScratch->name());
         m_defaultSqlMode = scalar(connection(), "SELECT @@SESSION.sql_mode");
 
         m_scratch->run("CREATE TABLE w (id INT PRIMARY KEY, txt VARCHAR(50) NULL, amount DECIMAL(5,2) NULL)");
@@ -99,6 +110,8 @@ void TestRowWrites::cleanupTestCase()
 {
     m_otherSession.reset();
     m_scratch.reset();
+    m_strictOtherSession.reset();
+    m_strictScratch.reset();
 }
 
 void TestRowWrites::resetTables()
@@ -176,6 +189,130 @@ void TestRowWrites::updateCell()
     }
     QCOMPARE(errorFrom([&] { connection().updateCell(grid, 0, column, value); }), error);
     QCOMPARE(scalar(connection(), state(table)), expected);
+}
+
+// The stale-row guard compares what the grid showed with what the server would show now, for every
+// type: an untouched cell can be edited, and a change made behind the grid's back is refused even
+// where the column's own comparison would call the two values equal.
+void TestRowWrites::guardByColumnType_data()
+{
+    QTest::addColumn<bool>("strict"); // on the server set up like many production servers
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<QString>("changedElsewhere");
+
+    const std::tuple<const char *, const char *, const char *, const char *> types[] = {
+        { "FLOAT 1.1", "FLOAT", "1.1", "1.2" },
+        { "DOUBLE 0.1 + 0.2", "DOUBLE", "0.1e0 + 0.2e0", "0.3e0" },
+        { "DECIMAL past double precision",
+            "DECIMAL(30,10)",
+            "12345678901234567.1234567891",
+            "12345678901234567.1234567890" },
+        { "DATETIME(6)", "DATETIME(6)", "'2024-01-02 03:04:05.123456'", "'2024-01-02 03:04:05.123457'" },
+        { "TIMESTAMP(3) in the session's zone",
+            "TIMESTAMP(3) NULL",
+            "'2024-03-10 01:30:00.250'",
+            "'2024-03-10 01:30:00.251'" },
+        { "TIME(3)", "TIME(3)", "'-12:01:02.500'", "'-12:01:02.501'" },
+        { "YEAR", "YEAR", "2024", "2025" },
+        { "ENUM", "ENUM('a','b')", "'b'", "'a'" },
+        { "SET", "SET('x','y')", "'x,y'", "'x'" },
+        { "JSON", "JSON", "'{\"a\": [1, 2]}'", "'{\"a\": [1, 3]}'" },
+        { "trailing spaces", "VARCHAR(20)", "'abc  '", "'abc'" },
+        { "letter case", "VARCHAR(20)", "'abc'", "'ABC'" },
+        { "latin1 text", "VARCHAR(20) CHARACTER SET latin1", "'caf\xC3\xA9'", "'cafe'" },
+        { "BIGINT past double precision", "BIGINT UNSIGNED", "9007199254740993", "9007199254740992" },
+    };
+    for (const bool strict : { false, true }) {
+        for (const auto &[name, type, stored, changed] : types) {
+            QTest::addRow("%s%s", strict ? "strict server: " : "", name) << strict << type << stored << changed;
+        }
+    }
+}
+
+void TestRowWrites::guardByColumnType()
+{
+    QFETCH(bool, strict);
+    QFETCH(QString, type);
+    QFETCH(QString, stored);
+    QFETCH(QString, changedElsewhere);
+
+    MySQLConnection &mine = strict ? m_strictScratch->connection() : connection();
+    MySQLConnection &other = strict ? *m_strictOtherSession : *m_otherSession;
+    mine.query("DROP TABLE IF EXISTS typed");
+    mine.query("CREATE TABLE typed (id INT PRIMARY KEY, c " + type.toStdString() + ")");
+    const auto reset = [&] {
+        mine.query("DELETE FROM typed");
+        mine.query("INSERT INTO typed VALUES (1, " + stored.toStdString() + "), (2, " + stored.toStdString() + ")");
+    };
+    const std::string select = "SELECT id, c FROM typed ORDER BY id";
+    const std::string nulls = "SELECT GROUP_CONCAT(id ORDER BY id) FROM typed WHERE c IS NULL";
+
+    // Untouched: the edit lands on its row.
+    reset();
+    QueryResult grid = mine.query(select);
+    QCOMPARE(errorFrom([&] { mine.updateCell(grid, 0, 1, Cell()); }), QStringLiteral("(no error)"));
+    QCOMPARE(scalar(mine, nulls), Cell("1"));
+
+    // Changed behind the grid's back: refused, and nothing is written.
+    reset();
+    grid = mine.query(select);
+    other.query("UPDATE typed SET c = " + changedElsewhere.toStdString() + " WHERE id = 1");
+    QCOMPARE(errorFrom([&] { mine.updateCell(grid, 0, 1, Cell()); }), staleEdit);
+    QCOMPARE(scalar(mine, nulls), Cell());
+}
+
+// A key of any type pins its own row: an edit and a delete touch that row and no other, also
+// where the key's text is rounded (FLOAT), raw bytes (BIT, binary) or equal to another key under
+// a looser comparison (trailing spaces, numbers past double precision).
+void TestRowWrites::keyByColumnType_data()
+{
+    QTest::addColumn<bool>("strict");
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<QString>("first");
+    QTest::addColumn<QString>("second");
+
+    const std::tuple<const char *, const char *, const char *, const char *> types[] = {
+        { "FLOAT", "FLOAT", "1.1", "1.2" },
+        { "DOUBLE", "DOUBLE", "0.1e0 + 0.2e0", "0.3e0" },
+        { "DECIMAL", "DECIMAL(30,10)", "12345678901234567.1234567891", "12345678901234567.1234567890" },
+        { "BIT", "BIT(8)", "b'00000001'", "b'10000000'" },
+        { "VARBINARY with zero bytes", "VARBINARY(8)", "X'00FF'", "X'00FF00'" },
+        { "BINARY padded", "BINARY(4)", "X'01'", "X'0102'" },
+        { "DATETIME(6)", "DATETIME(6)", "'2024-01-02 03:04:05.123456'", "'2024-01-02 03:04:05.123457'" },
+        { "TIME(3)", "TIME(3)", "'-12:01:02.500'", "'12:01:02.500'" },
+        { "YEAR", "YEAR", "2024", "2025" },
+        { "ENUM", "ENUM('a','b')", "'b'", "'a'" },
+        { "SET", "SET('x','y')", "'x,y'", "'x'" },
+        { "text with a trailing space", "VARCHAR(8) COLLATE utf8mb4_nopad_bin", "'a '", "'a'" },
+        { "BIGINT past double precision", "BIGINT UNSIGNED", "9007199254740993", "9007199254740992" },
+    };
+    for (const bool strict : { false, true }) {
+        for (const auto &[name, type, first, second] : types) {
+            QTest::addRow("%s%s", strict ? "strict server: " : "", name) << strict << type << first << second;
+        }
+    }
+}
+
+void TestRowWrites::keyByColumnType()
+{
+    QFETCH(bool, strict);
+    QFETCH(QString, type);
+    QFETCH(QString, first);
+    QFETCH(QString, second);
+
+    ScratchDatabase &scratch = strict ? *m_strictScratch : *m_scratch;
+    MySQLConnection &mine = scratch.connection();
+    mine.query("DROP TABLE IF EXISTS keyed");
+    mine.query("CREATE TABLE keyed (k " + type.toStdString() + " PRIMARY KEY, v INT)");
+    mine.query("INSERT INTO keyed VALUES (" + first.toStdString() + ", 1), (" + second.toStdString() + ", 2)");
+    const QueryResult grid = mine.query("SELECT k, v FROM keyed ORDER BY v");
+    const std::string values = "SELECT GROUP_CONCAT(v ORDER BY v) FROM keyed";
+
+    QCOMPARE(errorFrom([&] { mine.updateCell(grid, 0, 1, Cell("10")); }), QStringLiteral("(no error)"));
+    QCOMPARE(scalar(mine, values), Cell("2,10"));
+    QCOMPARE(errorFrom([&] { mine.deleteRow(grid, 1, scratch.name(), "keyed"); }), QStringLiteral("(no error)"));
+    QCOMPARE(scalar(mine, values), Cell("10"));
 }
 
 // Refused before anything is sent: the server counts no UPDATE or DELETE.

@@ -36,7 +36,6 @@ class TestCredentialMemoryCache final : public QObject
 private Q_SLOTS:
     void answersAreKeptPerProfile();
     void failureIsNotCached();
-    void sharedInstanceIsOne();
     void lookupsWaitForTheLoaderInFlight_data();
     void lookupsWaitForTheLoaderInFlight();
 };
@@ -80,13 +79,6 @@ void TestCredentialMemoryCache::failureIsNotCached()
     FakeStore store { "restored-specimen", 0 };
     QCOMPARE(cache.value(id, store.loader()), std::string("restored-specimen"));
     QCOMPARE(store.calls, 1);
-}
-
-void TestCredentialMemoryCache::sharedInstanceIsOne()
-{
-    CredentialMemoryCache *fromOtherThread = nullptr;
-    std::thread([&fromOtherThread] { fromOtherThread = &CredentialMemoryCache::shared(); }).join();
-    QCOMPARE(&CredentialMemoryCache::shared(), fromOtherThread);
 }
 
 void TestCredentialMemoryCache::lookupsWaitForTheLoaderInFlight_data()

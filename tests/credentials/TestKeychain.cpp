@@ -25,18 +25,18 @@ private:
     // Items are keyed by the profile's UUID in upper case, without braces.
     std::string account() const { return m_id.toString(QUuid::WithoutBraces).toUpper().toStdString(); }
 
-    std::unique_ptr<FakeSecretStore> m_store;
-    std::unique_ptr<CredentialMemoryCache> m_cache;
+    std::shared_ptr<FakeSecretStore> m_store;
+    std::shared_ptr<CredentialMemoryCache> m_cache;
     std::unique_ptr<Keychain> m_keychain;
     QUuid m_id;
 };
 
 void TestKeychain::init()
 {
-    m_store = std::make_unique<FakeSecretStore>();
-    m_cache = std::make_unique<CredentialMemoryCache>();
+    m_store = std::make_shared<FakeSecretStore>();
+    m_cache = std::make_shared<CredentialMemoryCache>();
     m_id = QUuid::createUuid();
-    m_keychain = std::make_unique<Keychain>(*m_store, *m_cache);
+    m_keychain = std::make_unique<Keychain>(m_store, m_cache);
 }
 
 // A missing item is an answer too, remembered like a password.

@@ -26,9 +26,8 @@ template <typename Work> auto inBackground(Work work) -> decltype(work())
 // A password lookup must fail with the usual advice rather than hang.
 void checkLookupFailsClearly()
 {
-    QtKeychainStore store(std::chrono::seconds(10));
-    CredentialMemoryCache cache;
-    Keychain keychain(store, cache);
+    Keychain keychain(
+        std::make_shared<QtKeychainStore>(std::chrono::seconds(10)), std::make_shared<CredentialMemoryCache>());
     QElapsedTimer clock;
     clock.start();
     std::string message = "(no failure)";
@@ -83,14 +82,10 @@ void TestQtKeychainStore::roundTripThroughTheKeyring()
 // Each load goes through a keychain with an empty cache, so it reads what the keyring holds.
 void TestQtKeychainStore::keychainOverTheRealStore()
 {
-    QtKeychainStore store;
-    CredentialMemoryCache cache;
-    Keychain keychain(store, cache);
+    const auto store = std::make_shared<QtKeychainStore>();
+    Keychain keychain(store, std::make_shared<CredentialMemoryCache>());
     const QUuid id = QUuid::createUuid();
-    const auto freshLoad = [&] {
-        CredentialMemoryCache empty;
-        return Keychain(store, empty).load(id);
-    };
+    const auto freshLoad = [&] { return Keychain(store, std::make_shared<CredentialMemoryCache>()).load(id); };
     inBackground([&] { keychain.save("first", id); });
     QCOMPARE(inBackground(freshLoad), std::string("first"));
     inBackground([&] { keychain.remove(id); });

@@ -370,11 +370,33 @@ void TestServerSession::inspectPanelsAndDefinition()
     QCOMPARE(definition.title, std::string("people · DDL"));
     QVERIFY(definition.sql.starts_with("CREATE TABLE `people`") && definition.sql.ends_with(";"));
     QCOMPARE(m_session->activeTab(), definition.id);
+
+    // One locked and one open account, compared by value: the server keeps the lock and the
+    // sign-in plugin in a form the listing must read correctly.
+    const std::string suffix = uuidText(QUuid::createUuid()).substr(0, 8);
+    const std::string locked = "tw_locked_" + suffix;
+    const std::string open = "tw_open_" + suffix;
+    m_scratch->run("CREATE USER '" + locked + "'@'%' IDENTIFIED BY 'x' ACCOUNT LOCK");
+    m_scratch->run("CREATE USER '" + open + "'@'%' IDENTIFIED BY 'x'");
     m_session->users();
     QVERIFY(settle(*m_session));
+    m_scratch->run("DROP USER '" + locked + "'@'%', '" + open + "'@'%'");
     QVERIFY2(!m_session->error(), m_session->error().value_or("").c_str());
     QCOMPARE(
         m_session->metadata().columnNames(), (std::vector<std::string> { "User", "Host", "plugin", "account_locked" }));
+    QStringList accounts;
+    for (const Row &row : m_session->metadata().rows) {
+        if (row.at(0) == locked || row.at(0) == open) {
+            QStringList cells;
+            for (const Cell &cell : row) {
+                cells << QString::fromStdString(cell.value_or("<null>"));
+            }
+            accounts << cells.join(QLatin1Char('|'));
+        }
+    }
+    QCOMPARE(accounts,
+        QStringList({ QString::fromStdString(locked + "|%|mysql_native_password|Y"),
+            QString::fromStdString(open + "|%|mysql_native_password|N") }));
 }
 
 void TestServerSession::disconnectKeepsThePlaceAndReconnectReloads()

@@ -13,6 +13,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThreadPool>
+#include <future>
 
 using namespace tallowick;
 using namespace tallowick::test;
@@ -63,6 +64,7 @@ private Q_SLOTS:
     void damagedHistoryIsIgnored();
     void removeAsksThenDeletesProfilePasswordAndSelection();
     void removeDuringASaveKeepsItRemoved();
+    void quitWithAKeyringLookupPending();
     void sessionsAreCreatedOnceAndForwardChanges();
     void savingAnIdleProfileDropsItsSession();
 
@@ -72,9 +74,9 @@ private:
     std::unique_ptr<AppStore> reopen();
 
     std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<FakeSecretStore> m_secrets;
-    std::unique_ptr<CredentialMemoryCache> m_cache;
-    std::unique_ptr<Keychain> m_keychain;
+    std::shared_ptr<FakeSecretStore> m_secrets;
+    std::shared_ptr<CredentialMemoryCache> m_cache;
+    std::shared_ptr<Keychain> m_keychain;
     std::unique_ptr<ScriptedPrompts> m_prompts;
     std::unique_ptr<AppStore> m_store;
 };
@@ -83,9 +85,9 @@ void TestAppStore::init()
 {
     m_folder = std::make_unique<QTemporaryDir>();
     QVERIFY(m_folder->isValid());
-    m_secrets = std::make_unique<FakeSecretStore>();
-    m_cache = std::make_unique<CredentialMemoryCache>();
-    m_keychain = std::make_unique<Keychain>(*m_secrets, *m_cache);
+    m_secrets = std::make_shared<FakeSecretStore>();
+    m_cache = std::make_shared<CredentialMemoryCache>();
+    m_keychain = std::make_shared<Keychain>(m_secrets, m_cache);
     m_prompts = std::make_unique<ScriptedPrompts>();
     m_store = reopen();
 }
@@ -101,8 +103,7 @@ void TestAppStore::cleanup()
 
 std::unique_ptr<AppStore> TestAppStore::reopen()
 {
-    return std::make_unique<AppStore>(
-        m_folder->filePath(QStringLiteral("data")).toStdString(), *m_keychain, *m_prompts);
+    return std::make_unique<AppStore>(m_folder->filePath(QStringLiteral("data")).toStdString(), m_keychain, *m_prompts);
 }
 
 std::optional<std::string> TestAppStore::saveAndWait(const ConnectionProfile &profile, const std::string &password)
@@ -258,14 +259,47 @@ void TestAppStore::removeDuringASaveKeepsItRemoved()
     QCOMPARE(saveAndWait(profile, "pw"), std::nullopt);
     profile.name = "Renamed";
     bool saved = false;
-    m_store->save(profile, "pw", [&saved](const std::optional<std::string> &) { saved = true; });
-    // The save's keyring answer is still on its way back when the user removes the profile.
+    // The keyring is still writing the new password when the user removes the profile.
+    std::promise<void> writeMayFinish;
+    m_secrets->beforeWrite = [gate = writeMayFinish.get_future().share()] { gate.wait(); };
+    m_store->save(profile, "new pw", [&saved](const std::optional<std::string> &) { saved = true; });
     m_prompts->confirmations = { true };
     m_store->remove(profile);
+    writeMayFinish.set_value();
     QVERIFY(QTest::qWaitFor([&saved] { return saved; }, 5000));
     QVERIFY(m_store->profiles().empty());
+
+    // The removal came last, in the keyring and in the memory of passwords read this run.
+    QVERIFY(QTest::qWaitFor([this] { return m_secrets->removals == 1; }, 5000));
+    QCOMPARE(m_secrets->items.count(uuidText(profile.id)), std::size_t(0));
+    QCOMPARE(m_cache->value(profile.id, [] { return std::string("(not cached)"); }), std::string("(not cached)"));
     m_store = reopen();
     QVERIFY(m_store->profiles().empty());
+}
+
+// Quitting tears down the store and the keyring while a lookup still waits on the keyring; the
+// lookup finishes later on its own, touching nothing that is gone.
+void TestAppStore::quitWithAKeyringLookupPending()
+{
+    const ConnectionProfile profile = profileNamed("Pending at quit");
+    QCOMPARE(saveAndWait(profile, "pw"), std::nullopt);
+    std::promise<void> lookupMayFinish;
+    std::promise<void> lookupStarted;
+    m_secrets->beforeRead = [gate = lookupMayFinish.get_future().share(), &lookupStarted] {
+        lookupStarted.set_value();
+        gate.wait();
+    };
+    m_cache->remove(profile.id);
+    m_store->connect(profile);
+    lookupStarted.get_future().wait();
+
+    m_store.reset();
+    m_keychain.reset();
+    m_cache.reset();
+    m_secrets.reset();
+    lookupMayFinish.set_value();
+    QThreadPool::globalInstance()->waitForDone();
+    QCoreApplication::processEvents();
 }
 
 void TestAppStore::sessionsAreCreatedOnceAndForwardChanges()

@@ -2,6 +2,7 @@
 
 #include "credentials/SecretStore.h"
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -20,9 +21,16 @@ public:
     int reads = 0;
     int writes = 0;
     int removals = 0;
+    // Run at the start of a read or a write, outside the store's lock, so a test can hold the
+    // call there the way a slow keyring would.
+    std::function<void()> beforeRead;
+    std::function<void()> beforeWrite;
 
     SecretOutcome read(const std::string &account) override
     {
+        if (beforeRead) {
+            beforeRead();
+        }
         const std::lock_guard guard(m_lock);
         ++reads;
         if (auto failure = takeFailure()) {
@@ -34,6 +42,9 @@ public:
 
     SecretOutcome write(const std::string &account, const std::string &data) override
     {
+        if (beforeWrite) {
+            beforeWrite();
+        }
         const std::lock_guard guard(m_lock);
         ++writes;
         if (auto failure = takeFailure()) {

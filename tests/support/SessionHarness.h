@@ -14,9 +14,10 @@ namespace tallowick::test
 // A session against the disposable server with an in-memory keyring and scripted prompts.
 struct SessionHarness {
     TestServer server = TestServer::fromEnvironment();
-    FakeSecretStore secrets;
-    CredentialMemoryCache cache;
-    Keychain keychain { secrets, cache };
+    std::shared_ptr<FakeSecretStore> secretStore = std::make_shared<FakeSecretStore>();
+    FakeSecretStore &secrets = *secretStore;
+    std::shared_ptr<Keychain> keychain
+        = std::make_shared<Keychain>(secretStore, std::make_shared<CredentialMemoryCache>());
     ScriptedPrompts prompts;
 
     // A profile for the test server whose password is in the fake keyring.

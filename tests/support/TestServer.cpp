@@ -32,6 +32,7 @@ TestServer TestServer::fromEnvironment()
     server.password = password ? password : "";
     server.port = std::stoll(required("TALLOWICK_TEST_PORT"));
     server.plainPort = std::stoll(required("TALLOWICK_TEST_PLAIN_PORT"));
+    server.strictPort = std::stoll(required("TALLOWICK_TEST_STRICT_PORT"));
     server.caPath = required("TALLOWICK_TEST_CA");
     return server;
 }
@@ -45,6 +46,13 @@ ConnectionProfile TestServer::profile() const
     profile.user = user;
     profile.tls = TLSMode::disabled;
     return profile;
+}
+
+TestServer TestServer::strict() const
+{
+    TestServer other = *this;
+    other.port = strictPort;
+    return other;
 }
 
 std::unique_ptr<MySQLConnection> TestServer::connect(const ConnectionProfile &profile) const

@@ -17,6 +17,9 @@ struct TestServer {
     std::string password;
     std::int64_t port = 0; // the TLS-capable instance
     std::int64_t plainPort = 0; // the instance without TLS
+    // The instance set up like many production servers: ANSI_QUOTES, NO_BACKSLASH_ESCAPES and
+    // STRICT_ALL_TABLES, latin1, and a time zone with daylight saving.
+    std::int64_t strictPort = 0;
     std::string caPath;
 
     // Throws AppError naming the missing variable.
@@ -24,6 +27,9 @@ struct TestServer {
 
     // A profile for 127.0.0.1 with TLS disabled.
     ConnectionProfile profile() const;
+
+    // The same account on the strict instance: its `port` is the strict one.
+    TestServer strict() const;
 
     // A connected connection (the caller brackets its thread with ClientThreadScope).
     std::unique_ptr<MySQLConnection> connect(const ConnectionProfile &profile) const;
@@ -46,7 +52,7 @@ public:
     QueryResult run(const std::string &sql) { return m_connection->query(sql); }
 
 private:
-    const TestServer &m_server;
+    const TestServer m_server;
     std::string m_name;
     std::unique_ptr<MySQLConnection> m_connection;
 };

@@ -6,6 +6,7 @@
 #include "ui/ConnectionSheet.h"
 #include "ui/MainWindow.h"
 #include "ui/RootView.h"
+#include "ui/SQLEditor.h"
 #include "ui/SessionView.h"
 #include "ui/Sidebar.h"
 #include "ui/WelcomeView.h"
@@ -64,6 +65,7 @@ private Q_SLOTS:
     void searchFiltersTheConnectionList();
     void duplicateOpensTheSheetWithACopy();
     void closingAsksWhileAQueryRuns();
+    void closingRightAfterTypingAsksAboutTheUnsavedTab();
     void editCopyReachesAViewWithoutACopySlot();
 };
 
@@ -200,6 +202,43 @@ void TestMainWindow::closingAsksWhileAQueryRuns()
     QVERIFY(settle(*session));
     QVERIFY(fixture.window.close()); // idle and nothing unsaved: closes without asking
     QCOMPARE(fixture.harness.prompts.asked.size(), std::size_t(1));
+}
+
+// A large script's latest typing waits in the editor for a pause; quitting before the pause must
+// still see the tab as unsaved.
+void TestMainWindow::closingRightAfterTypingAsksAboutTheUnsavedTab()
+{
+    WindowFixture fixture;
+    fixture.window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&fixture.window));
+    const ConnectionProfile profile = fixture.harness.profile("Typing");
+    QVERIFY(fixture.save(profile));
+    fixture.store.connect(profile);
+    ServerSession *session = fixture.store.active();
+    QVERIFY(settle(*session));
+    std::string script;
+    while (script.size() <= std::size_t(SQLEditor::largeTextCharacters)) {
+        script += "SELECT 1;\n";
+    }
+    session->newTab(script, std::string("Large"));
+    QVERIFY(!session->tabs().back().dirty);
+    SQLEditor *editor = nullptr;
+    QVERIFY(QTest::qWaitFor([&] {
+        for (SQLEditor *candidate : fixture.window.findChildren<SQLEditor *>()) {
+            if (candidate->isVisible() && !candidate->isReadOnly()
+                && candidate->document()->characterCount() > SQLEditor::largeTextCharacters) {
+                editor = candidate;
+            }
+        }
+        return editor != nullptr;
+    }));
+    QTest::keyClicks(editor, QStringLiteral("x"));
+    QVERIFY(editor->hasPendingEdit());
+
+    fixture.harness.prompts.confirmations = { false };
+    QVERIFY(!fixture.window.close());
+    QCOMPARE(fixture.harness.prompts.asked.size(), std::size_t(1));
+    QCOMPARE(fixture.harness.prompts.asked.back().text, std::string("Quit with unsaved query tabs?"));
 }
 
 // The grid copies on its own key, not through a slot: the menu item must still reach it.
