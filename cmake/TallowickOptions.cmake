@@ -12,7 +12,16 @@ if(TALLOWICK_WERROR)
     target_compile_options(tallowick_options INTERFACE -Werror)
 endif()
 target_compile_definitions(tallowick_options INTERFACE QT_NO_CONTEXTLESS_CONNECT QT_NO_KEYWORDS)
-target_include_directories(tallowick_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+
+# Each library's headers are reachable as "<folder>/Header.h" only through that library's own
+# include folder, so a target sees the headers of exactly what it links: an include that crosses
+# the layering (the interface reaching into the client, say) fails to compile.
+function(tallowick_public_headers target folder)
+    set(root ${PROJECT_BINARY_DIR}/include/${folder})
+    file(MAKE_DIRECTORY ${root})
+    file(CREATE_LINK ${PROJECT_SOURCE_DIR}/src/${folder} ${root}/${folder} SYMBOLIC)
+    target_include_directories(${target} PUBLIC ${root})
+endfunction()
 
 if(TALLOWICK_SANITIZE)
     target_compile_options(tallowick_options INTERFACE -fsanitize=address,undefined -fno-omit-frame-pointer

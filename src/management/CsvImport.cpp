@@ -1,6 +1,5 @@
 #include "management/CsvImport.h"
 
-#include "client/MySQLConnection.h"
 #include "core/AppError.h"
 #include "core/Csv.h"
 #include "core/SqlQuoting.h"
@@ -44,17 +43,6 @@ const ColumnInfo *matchingColumn(const std::string &name, const std::vector<Colu
 std::string fieldCount(std::size_t count)
 {
     return std::to_string(count) + (count == 1 ? " field" : " fields");
-}
-
-// information_schema.ENGINES says whether the table's engine has transactions; a view or an
-// unknown engine gives no row and is let through, since the INSERT itself will then decide.
-bool engineCannotRollBack(MySQLConnection &client, const std::string &database, const std::string &table)
-{
-    const QueryResult result = client.query("SELECT e.TRANSACTIONS FROM information_schema.TABLES t "
-                                            "JOIN information_schema.ENGINES e ON e.ENGINE = t.ENGINE "
-                                            "WHERE t.TABLE_SCHEMA = "
-        + SQL::value(database) + " AND t.TABLE_NAME = " + SQL::value(table));
-    return !result.rows.empty() && !result.rows.front().empty() && result.rows.front().front() == "NO";
 }
 
 } // namespace
@@ -184,44 +172,6 @@ std::vector<std::string> csvInsertStatements(
         statements.push_back(statement);
     }
     return statements;
-}
-
-std::size_t runCsvImport(MySQLConnection &client,
-    const std::string &database,
-    const std::string &table,
-    const CsvImportPlan &plan,
-    const std::function<void(std::size_t rowsDone, std::size_t rowsTotal)> &progress,
-    std::size_t maxStatementBytes)
-{
-    if (client.profile().readOnly) {
-        throw AppError("This connection is read-only.");
-    }
-    // Without transactions a failure in a later statement would leave the earlier ones behind.
-    if (engineCannotRollBack(client, database, table)) {
-        throw AppError("This table's storage engine cannot roll back a failed import. Convert the table to InnoDB, "
-                       "or use SQL import.");
-    }
-    try {
-        client.query("START TRANSACTION");
-        CsvInsertBatches batches(database, table, plan, maxStatementBytes);
-        std::string statement;
-        while (batches.next(statement)) {
-            client.query(statement);
-            if (progress) {
-                progress(batches.rowsDone(), plan.rows.size());
-            }
-        }
-        client.query("COMMIT");
-    } catch (...) {
-        try {
-            client.query("ROLLBACK");
-        } catch (...) {
-            // The first failure is the one to report; a connection that is gone has rolled back
-            // on the server already.
-        }
-        throw;
-    }
-    return plan.rows.size();
 }
 
 std::string csvImportStatus(std::size_t rowsDone, std::size_t rowsTotal)

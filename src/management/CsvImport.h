@@ -14,11 +14,8 @@
 namespace tallowick
 {
 
-class MySQLConnection;
-
 // Importing a CSV file into the selected table: plan it (pure, on any thread), show the preview,
-// then run it as one job on the session's lane. All or nothing: the rows go in inside one
-// transaction that is rolled back on any failure.
+// and turn it into INSERT statements. The session runs them in one transaction, all or nothing.
 
 inline constexpr std::size_t csvImportMaxBytes = 10'000'000;
 inline constexpr std::size_t csvPreviewRows = 20;
@@ -93,18 +90,6 @@ private:
 // Every statement at once: "INSERT INTO `db`.`t` (`a`, `b`) VALUES (...),(...);".
 std::vector<std::string> csvInsertStatements(
     const std::string &database, const std::string &table, const CsvImportPlan &plan, std::size_t maxStatementBytes);
-
-// The job body, run on the session's lane inside a ClientThreadScope. Refuses a read-only profile
-// ("This connection is read-only.") and a table whose storage engine cannot roll back; then
-// START TRANSACTION, the batches, COMMIT. On any failure it sends ROLLBACK (whose own failure is
-// ignored) and rethrows, so the table is left as it was. `progress` is called on the lane after
-// each statement with the rows sent so far. Returns the number of rows imported.
-std::size_t runCsvImport(MySQLConnection &client,
-    const std::string &database,
-    const std::string &table,
-    const CsvImportPlan &plan,
-    const std::function<void(std::size_t rowsDone, std::size_t rowsTotal)> &progress,
-    std::size_t maxStatementBytes = csvDefaultStatementBytes);
 
 // "Importing CSV… 2000 of 5000 rows"
 std::string csvImportStatus(std::size_t rowsDone, std::size_t rowsTotal);

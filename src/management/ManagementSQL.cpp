@@ -415,23 +415,5 @@ std::string createUserDetail(const ManagementDraft &draft, const ConnectionProfi
         + ", initially without privileges.";
 }
 
-ManagementReload reloadAfter(ManagementSheet kind)
-{
-    switch (kind) {
-    case ManagementSheet::createDatabase:
-        return ManagementReload::databases;
-    case ManagementSheet::createTable:
-        return ManagementReload::tables;
-    case ManagementSheet::createUser:
-        return ManagementReload::users;
-    case ManagementSheet::addColumn:
-    case ManagementSheet::modifyColumn:
-    case ManagementSheet::addIndex:
-    case ManagementSheet::insertRow:
-    case ManagementSheet::importCSV:
-        break;
-    }
-    return ManagementReload::tableColumnsAndPage;
-}
 
 } // namespace tallowick

@@ -65,14 +65,4 @@ std::string reviewDetail(ManagementSheet kind, const ConnectionProfile &profile,
 void checkUserFields(const ManagementDraft &draft);
 std::string createUserDetail(const ManagementDraft &draft, const ConnectionProfile &profile);
 
-// What the session reloads after a form's change succeeded.
-enum class ManagementReload {
-    databases,
-    tables,
-    tableColumnsAndPage,
-    users,
-};
-
-ManagementReload reloadAfter(ManagementSheet kind);
-
 } // namespace tallowick

@@ -5,7 +5,7 @@
 #include "core/AppError.h"
 #include "core/UuidText.h"
 #include "credentials/Keychain.h"
-#include "session/MainThread.h"
+#include "core/MainThread.h"
 #include "session/SerialLane.h"
 #include "session/TableBrowsing.h"
 #include "session/UserPrompts.h"
@@ -99,20 +99,20 @@ QueryTab *ServerSession::findTab(const QUuid &id)
 
 // ---- work on the lane
 
-void ServerSession::enqueue(const std::string &title, Job job)
+bool ServerSession::enqueue(const std::string &title, Job job, Failed failed)
 {
     if (m_busy) {
-        return;
+        return false;
     }
     if (!m_connected) {
         setError("Connect to this server first.");
-        return;
+        return false;
     }
     setBusy(true);
     setStatus(title);
     setError(std::nullopt);
     const QPointer<ServerSession> guard(this);
-    m_worker->post([lane = m_lane, guard, title, job = std::move(job)] {
+    m_worker->post([lane = m_lane, guard, title, job = std::move(job), failed = std::move(failed)] {
         if (!lane->sessionAlive) {
             return;
         }
@@ -126,11 +126,12 @@ void ServerSession::enqueue(const std::string &title, Job job)
             postToMainThread(
                 guard, [completion = std::move(completion)](ServerSession &session) { session.finishJob(completion); });
         } catch (const std::exception &failure) {
-            postToMainThread(guard, [title, message = std::string(failure.what())](ServerSession &session) {
-                session.failJob(title, message);
+            postToMainThread(guard, [title, message = std::string(failure.what()), failed](ServerSession &session) {
+                session.failJob(title, message, failed);
             });
         }
     });
+    return true;
 }
 
 void ServerSession::finishJob(const Completion &completion)
@@ -141,20 +142,48 @@ void ServerSession::finishJob(const Completion &completion)
     completion(*this);
 }
 
-void ServerSession::failJob(const std::string &title, const std::string &message)
+void ServerSession::failJob(const std::string &title, const std::string &message, const Failed &failed)
 {
     setBusy(false);
     setError(message);
     setStatus(title + " failed");
+    if (failed) {
+        failed(message);
+    }
 }
 
-void ServerSession::perform(
-    const std::string &title, std::function<void(MySQLConnection &)> task, std::function<void(ServerSession &)> done)
+bool ServerSession::perform(const std::string &title,
+    std::function<void(MySQLConnection &)> task,
+    std::function<void(ServerSession &)> done,
+    Failed failed)
 {
-    enqueue(title, [task = std::move(task), done = std::move(done)](MySQLConnection &client) -> Completion {
-        task(client);
-        return done;
-    });
+    return enqueue(
+        title,
+        [task = std::move(task), done = std::move(done)](MySQLConnection &client) -> Completion {
+            task(client);
+            return done;
+        },
+        std::move(failed));
+}
+
+void ServerSession::performFor(
+    const std::string &title, std::function<void(MySQLConnection &)> task, Completion then, Finished done)
+{
+    if (m_busy) {
+        done("Wait for this connection's current operation to finish.");
+        return;
+    }
+    const bool started = perform(
+        title,
+        std::move(task),
+        [then = std::move(then), done](ServerSession &session) {
+            then(session);
+            done(std::nullopt);
+        },
+        [done](const std::string &message) { done(message); });
+    if (!started) {
+        done(m_error.value_or("Connect to this server first."));
+    }
 }
 
 // ---- connecting

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/ConnectionProfile.h"
+#include "core/ManagementSheet.h"
 #include "session/SessionTypes.h"
 
 #include <QObject>
@@ -11,6 +12,7 @@
 namespace tallowick
 {
 
+struct CsvImportPlan;
 class Keychain;
 class MySQLConnection;
 class SerialLane;
@@ -125,17 +127,6 @@ public:
     void connect();
     void disconnect();
 
-    // The single entry for server work: drops the call while busy, refuses it while disconnected,
-    // shows `title` as the status while `task` runs on the lane, then hands its value to `done`
-    // on the main thread. A failure shows the error and the status `title` + " failed".
-    template <typename T>
-    void perform(const std::string &title,
-        std::function<T(MySQLConnection &)> task,
-        std::function<void(ServerSession &, T)> done);
-    void perform(const std::string &title,
-        std::function<void(MySQLConnection &)> task,
-        std::function<void(ServerSession &)> done);
-
     // Navigation and browsing.
     void loadDatabases();
     void loadTables(const std::string &database);
@@ -173,6 +164,28 @@ public:
     // Sends START TRANSACTION, COMMIT or ROLLBACK on the session's connection.
     void transaction(TransactionCommand command);
 
+    // How an operation a form waits for ended: no value when it succeeded, or the message to
+    // show. Called exactly once, on the main thread; at once when the request cannot start
+    // (another operation is running, or the session is not connected).
+    using Finished = std::function<void(const std::optional<std::string> &failure)>;
+
+    // A reviewed change from a management form of `kind`, made in `database`.`table` (either
+    // may be empty): sends the statement, then reloads what it touched (the database list, the
+    // table list, the table's columns and first page, or the user list).
+    void applyChange(ManagementSheet kind,
+        const std::string &sql,
+        const std::string &database,
+        const std::string &table,
+        Finished done);
+    // Creates an account, escaped by the connection itself, then reloads the user list.
+    void createUser(const std::string &name, const std::string &host, const std::string &password, Finished done);
+    // Inserts every row of the plan into `database`.`table` in one transaction, all or none,
+    // with the rows done so far in the status. The table's page is reloaded when it is shown.
+    void importCSV(std::shared_ptr<const CsvImportPlan> plan,
+        const std::string &database,
+        const std::string &table,
+        Finished done);
+
 Q_SIGNALS:
     void connectedChanged();
     void busyChanged();
@@ -209,10 +222,29 @@ private:
     struct LaneState;
     using Completion = std::function<void(ServerSession &)>;
     using Job = std::function<Completion(MySQLConnection &)>;
+    using Failed = std::function<void(const std::string &message)>;
 
-    void enqueue(const std::string &title, Job job);
+    // The single entry for server work: drops the call while busy, refuses it while disconnected,
+    // shows `title` as the status while `task` runs on the lane, then hands its value to `done`
+    // on the main thread. A failure shows the error and the status `title` + " failed", and is
+    // also handed to `failed`. False when the job did not start.
+    template <typename T>
+    bool perform(const std::string &title,
+        std::function<T(MySQLConnection &)> task,
+        std::function<void(ServerSession &, T)> done,
+        Failed failed = {});
+    bool perform(const std::string &title,
+        std::function<void(MySQLConnection &)> task,
+        std::function<void(ServerSession &)> done,
+        Failed failed = {});
+
+    // Starts a job for an operation a form waits for, and tells `done` how it ended.
+    void performFor(const std::string &title, std::function<void(MySQLConnection &)> task, Completion then, Finished done);
+    void reloadAfter(ManagementSheet kind, const std::string &database, const std::string &table);
+
+    bool enqueue(const std::string &title, Job job, Failed failed);
     void finishJob(const Completion &completion);
-    void failJob(const std::string &title, const std::string &message);
+    void failJob(const std::string &title, const std::string &message, const Failed &failed);
     void startConnecting(const std::string &password);
     void connectionOpened(const std::string &version,
         const std::string &cipher,
@@ -276,13 +308,18 @@ private:
 };
 
 template <typename T>
-void ServerSession::perform(
-    const std::string &title, std::function<T(MySQLConnection &)> task, std::function<void(ServerSession &, T)> done)
+bool ServerSession::perform(const std::string &title,
+    std::function<T(MySQLConnection &)> task,
+    std::function<void(ServerSession &, T)> done,
+    Failed failed)
 {
-    enqueue(title, [task = std::move(task), done = std::move(done)](MySQLConnection &client) -> Completion {
-        // The value travels to the main thread by copy; nothing of the lane is shared with it.
-        return [done, value = task(client)](ServerSession &session) mutable { done(session, std::move(value)); };
-    });
+    return enqueue(
+        title,
+        [task = std::move(task), done = std::move(done)](MySQLConnection &client) -> Completion {
+            // The value travels to the main thread by copy; nothing of the lane is shared with it.
+            return [done, value = task(client)](ServerSession &session) mutable { done(session, std::move(value)); };
+        },
+        std::move(failed));
 }
 
 } // namespace tallowick

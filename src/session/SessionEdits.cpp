@@ -6,7 +6,7 @@
 #include "core/FileText.h"
 #include "core/Utf8Text.h"
 #include "core/UuidText.h"
-#include "session/MainThread.h"
+#include "core/MainThread.h"
 #include "session/ServerSession.h"
 #include "session/UserPrompts.h"
 

@@ -4,7 +4,7 @@
 #include "core/AppError.h"
 #include "core/SQL.h"
 #include "credentials/Keychain.h"
-#include "session/MainThread.h"
+#include "core/MainThread.h"
 #include "session/ServerSession.h"
 #include "session/TableBrowsing.h"
 #include "session/UserPrompts.h"

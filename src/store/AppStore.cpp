@@ -5,7 +5,7 @@
 #include "core/FileText.h"
 #include "core/QueryLogJson.h"
 #include "credentials/Keychain.h"
-#include "session/MainThread.h"
+#include "core/MainThread.h"
 #include "session/SerialLane.h"
 #include "session/ServerSession.h"
 #include "session/UserPrompts.h"

@@ -2,6 +2,7 @@
 
 #include "core/AppError.h"
 #include "session/ServerSession.h"
+#include "ui/FormParts.h"
 #include "ui/SQLEditor.h"
 #include "ui/Symbols.h"
 
@@ -31,18 +32,6 @@ const QStringList aggregates {
     QStringLiteral("COUNT"), QStringLiteral("SUM"), QStringLiteral("AVG"), QStringLiteral("MIN"), QStringLiteral("MAX")
 };
 
-QString text(const std::string &value)
-{
-    return QString::fromStdString(value);
-}
-
-QLabel *hint(const QString &value)
-{
-    auto *label = new QLabel(value);
-    label->setWordWrap(true);
-    label->setStyleSheet(QStringLiteral("color: #6b7280;"));
-    return label;
-}
 
 // A titled block of the form; its body layout is returned through `body`.
 QFrame *section(const QString &title, QVBoxLayout *&body)
@@ -136,7 +125,7 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     , m_session(&session)
     , m_table(new QComboBox)
     , m_distinct(new QCheckBox(QStringLiteral("Distinct rows")))
-    , m_sourceHint(hint(QStringLiteral("Choose a database in the sidebar first.")))
+    , m_sourceHint(captionLabel(QStringLiteral("Choose a database in the sidebar first.")))
     , m_sourceRow(new QWidget)
     , m_addJoin(new QPushButton(symbolIcon(Symbol::plus), QStringLiteral("Add join")))
     , m_match(new QComboBox)
@@ -159,7 +148,7 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     formLayout->setContentsMargins(0, 0, 8, 0);
     formLayout->setSpacing(12);
     formLayout->addWidget(title);
-    formLayout->addWidget(hint(QStringLiteral("Shape a query visually. Keep full control of the SQL.")));
+    formLayout->addWidget(captionLabel(QStringLiteral("Shape a query visually. Keep full control of the SQL.")));
 
     QVBoxLayout *source = nullptr;
     formLayout->addWidget(section(QStringLiteral("Source"), source));
@@ -175,14 +164,14 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     formLayout->addWidget(section(QStringLiteral("Columns"), columns));
     m_columnsLayout = new QVBoxLayout;
     columns->addLayout(m_columnsLayout);
-    columns->addWidget(hint(QStringLiteral("No selection means all columns from the source table.")));
+    columns->addWidget(captionLabel(QStringLiteral("No selection means all columns from the source table.")));
 
     QVBoxLayout *joins = nullptr;
     formLayout->addWidget(section(QStringLiteral("Joins"), joins));
     m_joinsLayout = new QVBoxLayout;
     joins->addLayout(m_joinsLayout);
     joins->addWidget(m_addJoin, 0, Qt::AlignLeft);
-    joins->addWidget(hint(QStringLiteral("Connect related tables with LEFT, INNER, or RIGHT joins.")));
+    joins->addWidget(captionLabel(QStringLiteral("Connect related tables with LEFT, INNER, or RIGHT joins.")));
 
     QVBoxLayout *filters = nullptr;
     formLayout->addWidget(section(QStringLiteral("Filters"), filters));
@@ -196,13 +185,13 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     m_filtersLayout = new QVBoxLayout;
     filters->addLayout(m_filtersLayout);
     filters->addWidget(m_addFilter, 0, Qt::AlignLeft);
-    filters->addWidget(hint(QStringLiteral("Add conditions to narrow down the rows you need.")));
+    filters->addWidget(captionLabel(QStringLiteral("Add conditions to narrow down the rows you need.")));
 
     QVBoxLayout *group = nullptr;
     formLayout->addWidget(section(QStringLiteral("Group by"), group));
     m_groupLayout = new QVBoxLayout;
     group->addLayout(m_groupLayout);
-    group->addWidget(hint(QStringLiteral("Choose an aggregate on a column to add grouping.")));
+    group->addWidget(captionLabel(QStringLiteral("Choose an aggregate on a column to add grouping.")));
 
     QVBoxLayout *sort = nullptr;
     formLayout->addWidget(section(QStringLiteral("Sort & limit"), sort));
@@ -252,7 +241,7 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     sideLayout->addWidget(previewTitle);
     sideLayout->addWidget(m_preview, 1);
     sideLayout->addLayout(noteTitle);
-    sideLayout->addWidget(hint(QStringLiteral(
+    sideLayout->addWidget(captionLabel(QStringLiteral(
         "Include every primary-key column for each table you want to edit. Open in the SQL editor, run it, then "
         "double-click source values in the result grid. Calculated columns stay read-only.")));
     sideLayout->addLayout(actions);
@@ -465,7 +454,7 @@ void BuilderPanel::rebuildForm()
 
     clear(m_columnsLayout);
     if (spec.table.empty()) {
-        m_columnsLayout->addWidget(hint(QStringLiteral("Choose a source table to see its columns.")));
+        m_columnsLayout->addWidget(captionLabel(QStringLiteral("Choose a source table to see its columns.")));
     }
     // Walked by table and column, never by splitting "table.column": table names may hold dots.
     std::vector<std::pair<std::string, ColumnInfo>> available;

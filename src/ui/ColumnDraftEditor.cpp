@@ -1,6 +1,7 @@
 #include "ui/ColumnDraftEditor.h"
 
 #include "management/ManagementSQL.h"
+#include "ui/FormParts.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -21,7 +22,7 @@ enum GridColumn { nameColumn, typeColumn, nullableColumn, primaryColumn, autoCol
 QLabel *heading(const QString &text)
 {
     auto *label = new QLabel(text);
-    label->setStyleSheet(QStringLiteral("color: #6b7280;"));
+    useSecondaryText(label);
     return label;
 }
 

@@ -2,6 +2,7 @@
 
 #include "session/ServerSession.h"
 #include "store/AppStore.h"
+#include "ui/FormParts.h"
 #include "ui/ProfileColors.h"
 #include "ui/Symbols.h"
 
@@ -31,7 +32,7 @@ ConnectionRow::ConnectionRow(AppStore &store, const ConnectionProfile &profile, 
     nameFont.setWeight(QFont::DemiBold);
     name->setFont(nameFont);
     auto *endpoint = new QLabel(QString::fromStdString(profile.endpoint()));
-    endpoint->setStyleSheet(QStringLiteral("color: #6b7280;"));
+    useSecondaryText(endpoint);
     QFont small = endpoint->font();
     small.setPointSizeF(small.pointSizeF() * 0.9);
     endpoint->setFont(small);

@@ -1,10 +1,9 @@
 #include "ui/ConnectionSheet.h"
 
-#include "client/ClientThreadScope.h"
-#include "client/MySQLConnection.h"
 #include "core/AppError.h"
-#include "session/MainThread.h"
+#include "session/ProfileTest.h"
 #include "store/AppStore.h"
+#include "ui/FormParts.h"
 #include "ui/ProfileColors.h"
 #include "ui/RevealablePasswordField.h"
 #include "ui/Symbols.h"
@@ -56,14 +55,6 @@ QIcon colorSwatch(const QColor &color)
     return QIcon(swatch);
 }
 
-QLabel *captionLabel(const QString &text)
-{
-    auto *label = new QLabel(text);
-    label->setWordWrap(true);
-    label->setStyleSheet(QStringLiteral("color: #6b7280;"));
-    return label;
-}
-
 } // namespace
 
 ConnectionSheet::ConnectionSheet(AppStore &store, const ConnectionProfile &profile, QWidget *parent)
@@ -73,7 +64,7 @@ ConnectionSheet::ConnectionSheet(AppStore &store, const ConnectionProfile &profi
     , m_isNew(std::none_of(store.profiles().begin(),
           store.profiles().end(),
           [&profile](const ConnectionProfile &saved) { return saved.id == profile.id; }))
-    , m_title(new QLabel)
+    , m_title(titleLabel({}))
     , m_form(new QFormLayout)
     , m_name(new QLineEdit)
     , m_host(new QLineEdit)
@@ -87,7 +78,7 @@ ConnectionSheet::ConnectionSheet(AppStore &store, const ConnectionProfile &profi
     , m_caPath(new QLineEdit)
     , m_readOnly(new QCheckBox(QStringLiteral("Open this connection in read-only mode")))
     , m_color(new QComboBox)
-    , m_error(new QLabel)
+    , m_error(errorLabel(QStringLiteral("sheetError")))
     , m_testMessage(new QLabel)
     , m_test(new QPushButton(QStringLiteral("Test connection")))
     , m_cancel(new QPushButton(QStringLiteral("Cancel")))
@@ -137,10 +128,6 @@ void ConnectionSheet::buildForm()
     symbol->setPixmap(symbolIcon(Symbol::server).pixmap(34, 34));
     m_title->setText(title());
     m_title->setObjectName(QStringLiteral("sheetTitle"));
-    QFont titleFont = m_title->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.35);
-    titleFont.setWeight(QFont::DemiBold);
-    m_title->setFont(titleFont);
     auto *headerTexts = new QVBoxLayout;
     headerTexts->setSpacing(2);
     headerTexts->addWidget(m_title);
@@ -199,11 +186,6 @@ void ConnectionSheet::buildForm()
     note->addWidget(captionLabel(QStringLiteral("Passwords are stored in your system keyring.")), 1);
     root->addLayout(note);
 
-    m_error->setObjectName(QStringLiteral("sheetError"));
-    m_error->setWordWrap(true);
-    m_error->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_error->setStyleSheet(QStringLiteral("color: #c0392b;"));
-    m_error->hide();
     m_testMessage->setObjectName(QStringLiteral("testMessage"));
     m_testMessage->setWordWrap(true);
     m_testMessage->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -330,24 +312,8 @@ void ConnectionSheet::testConnection()
     m_testMessage->setText(QStringLiteral("Testing connection…"));
     m_testMessage->show();
 
-    const std::string password = m_password->text().toStdString();
-    const QPointer<ConnectionSheet> self(this);
-    runInBackground([self, candidate, password] {
-        QString message;
-        {
-            const ClientThreadScope scope;
-            try {
-                MySQLConnection connection(candidate);
-                connection.connect(password);
-                const std::string cipher = connection.cipher().empty() ? "unencrypted TCP" : connection.cipher();
-                message = QString::fromStdString("Connected · MySQL " + connection.version() + " · " + cipher);
-                // A test holds no connection open longer than it takes to read the answer.
-                connection.close();
-            } catch (const std::exception &failure) {
-                message = QString::fromStdString(failure.what());
-            }
-        }
-        postToMainThread(self, [message](ConnectionSheet &sheet) { sheet.finishTest(message); });
+    testProfile(candidate, m_password->text().toStdString(), this, [this](const std::string &result) {
+        finishTest(QString::fromStdString(result));
     });
 }
 

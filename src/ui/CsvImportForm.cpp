@@ -1,12 +1,11 @@
 #include "ui/CsvImportForm.h"
 
-#include "client/MySQLConnection.h"
 #include "core/AppError.h"
 #include "management/ManagementSQL.h"
-#include "session/MainThread.h"
 #include "session/ServerSession.h"
 #include "session/UserPrompts.h"
-#include "ui/FormJob.h"
+#include "ui/FormParts.h"
+#include "ui/LightTheme.h"
 
 #include <QCheckBox>
 #include <QFile>
@@ -24,19 +23,6 @@ namespace tallowick
 namespace
 {
 
-QString text(std::string_view value)
-{
-    return QString::fromUtf8(value.data(), static_cast<qsizetype>(value.size()));
-}
-
-QLabel *captionLabel(const QString &caption = {})
-{
-    auto *label = new QLabel(caption);
-    label->setWordWrap(true);
-    label->setStyleSheet(QStringLiteral("color: #6b7280;"));
-    return label;
-}
-
 std::string rowsText(std::size_t count)
 {
     return std::to_string(count) + (count == 1 ? " row" : " rows");
@@ -47,8 +33,7 @@ const char *const readOnlyMessage = "This connection is read-only.";
 } // namespace
 
 CsvImportForm::CsvImportForm(ServerSession &session, UserPrompts &prompts, QWidget *parent)
-    : QDialog(parent)
-    , m_session(&session)
+    : JobDialog(session, text(formTitle(ManagementSheet::importCSV)), QStringLiteral("Import"), parent)
     , m_prompts(prompts)
     , m_context { session.database(), session.selectedTable(), session.columns() }
     , m_readOnly(session.profile().readOnly)
@@ -58,23 +43,10 @@ CsvImportForm::CsvImportForm(ServerSession &session, UserPrompts &prompts, QWidg
     , m_mapping(captionLabel())
     , m_rowCount(captionLabel())
     , m_preview(new QTableWidget)
-    , m_error(new QLabel)
-    , m_cancel(new QPushButton(QStringLiteral("Cancel")))
-    , m_import(new QPushButton(QStringLiteral("Import")))
 {
-    setModal(true);
-    setWindowTitle(text(formTitle(ManagementSheet::importCSV)));
     setMinimumSize(640, 480);
 
-    auto *root = new QVBoxLayout(this);
-    root->setContentsMargins(24, 22, 24, 20);
-    root->setSpacing(12);
-    auto *title = new QLabel(text(formTitle(ManagementSheet::importCSV)));
-    QFont titleFont = title->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.35);
-    titleFont.setWeight(QFont::DemiBold);
-    title->setFont(titleFont);
-    root->addWidget(title);
+    QVBoxLayout *root = content();
     root->addWidget(captionLabel(
         QStringLiteral("Into table %1.%2. The first row names the columns; every row goes in, or none does.")
             .arg(text(m_context.database), text(m_context.table))));
@@ -100,33 +72,12 @@ CsvImportForm::CsvImportForm(ServerSession &session, UserPrompts &prompts, QWidg
     m_rowCount->setObjectName(QStringLiteral("rowCount"));
     root->addWidget(m_rowCount);
 
-    m_error->setObjectName(QStringLiteral("error"));
-    m_error->setWordWrap(true);
-    m_error->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_error->setStyleSheet(QStringLiteral("color: #b91c1c;"));
-    m_error->hide();
-    root->addWidget(m_error);
-
-    m_cancel->setObjectName(QStringLiteral("cancel"));
-    m_import->setObjectName(QStringLiteral("apply"));
-    m_import->setDefault(true);
-    auto *buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    buttons->addWidget(m_cancel);
-    buttons->addWidget(m_import);
-    root->addLayout(buttons);
-
     QObject::connect(m_choose, &QPushButton::clicked, this, &CsvImportForm::chooseFile);
     QObject::connect(m_nullMarker, &QCheckBox::toggled, this, [this] {
         if (!m_bytes.empty()) {
             plan();
         }
     });
-    QObject::connect(m_cancel, &QPushButton::clicked, this, &CsvImportForm::reject);
-    QObject::connect(m_import, &QPushButton::clicked, this, &CsvImportForm::apply);
-    m_job = new FormJob(
-        session, [this](const QString &message) { setErrorText(message); }, this);
-    QObject::connect(m_job, &FormJob::stateChanged, this, &CsvImportForm::updateButtons);
 
     if (m_readOnly) {
         setErrorText(QString::fromUtf8(readOnlyMessage));
@@ -233,7 +184,7 @@ void CsvImportForm::showPlan()
             auto *item = new QTableWidgetItem(cell ? text(*cell) : QStringLiteral("NULL"));
             if (!cell) {
                 item->setFont(nullFont);
-                item->setForeground(QColor(0x6b, 0x72, 0x80));
+                item->setForeground(secondaryTextColor());
             }
             m_preview->setItem(static_cast<int>(row), static_cast<int>(column), item);
         }
@@ -243,17 +194,6 @@ void CsvImportForm::showPlan()
             ? QStringLiteral("%1 to import; the first %2 are shown.").arg(text(rowsText(total))).arg(rows.size())
             : text(rowsText(total) + " to import."));
     updateButtons();
-}
-
-QString CsvImportForm::errorText() const
-{
-    return m_error->text();
-}
-
-void CsvImportForm::setErrorText(const QString &message)
-{
-    m_error->setText(message);
-    m_error->setVisible(!message.isEmpty());
 }
 
 void CsvImportForm::apply()
@@ -268,44 +208,18 @@ void CsvImportForm::apply()
         }
         return;
     }
-    if (!m_session || m_session->busy() || m_job->running()) {
-        return;
-    }
-
-    const QPointer<ServerSession> session = m_session;
-    std::function<std::size_t(MySQLConnection &)> task = [plan = m_plan, where = m_context, session](
-                                                             MySQLConnection &client) {
-        return runCsvImport(client, where.database, where.table, *plan, [session](std::size_t done, std::size_t total) {
-            postToMainThread(session,
-                [status = csvImportStatus(done, total)](ServerSession &target) { target.reportProgress(status); });
-        });
-    };
-    const QPointer<CsvImportForm> form(this);
-    std::function<void(ServerSession &, std::size_t)> done
-        = [form, where = m_context](ServerSession &target, std::size_t imported) {
-              if (target.database() == where.database && target.selectedTable() == where.table) {
-                  target.browse();
-                  // Shown while the page reloads (the status only changes while a job runs).
-                  target.reportProgress("Imported " + rowsText(imported) + " into " + where.table);
-              }
-              if (form) {
-                  form->m_job->finished();
-                  form->accept();
-              }
-          };
-    setErrorText({});
     // A failure rolls the whole import back; its message stays next to the fields.
-    m_job->start([this, &task, &done] {
-        m_session->perform<std::size_t>(std::string(importingCsvStatus), std::move(task), std::move(done));
+    startJob([this](ServerSession &target, ServerSession::Finished done) {
+        target.importCSV(m_plan, m_context.database, m_context.table, std::move(done));
     });
 }
 
 void CsvImportForm::updateButtons()
 {
-    const bool idle = m_session && !m_session->busy() && !m_job->running();
-    m_choose->setEnabled(!m_readOnly && idle);
-    m_nullMarker->setEnabled(!m_readOnly && idle);
-    m_import->setEnabled(!m_readOnly && idle && m_plan != nullptr);
+    const bool ready = !m_readOnly && idle();
+    m_choose->setEnabled(ready);
+    m_nullMarker->setEnabled(ready);
+    actButton()->setEnabled(ready && m_plan != nullptr);
 }
 
 } // namespace tallowick

@@ -2,9 +2,8 @@
 
 #include "management/CsvImport.h"
 #include "management/ManagementDraft.h"
+#include "ui/JobDialog.h"
 
-#include <QDialog>
-#include <QPointer>
 #include <memory>
 #include <string>
 
@@ -16,9 +15,6 @@ class QTableWidget;
 namespace tallowick
 {
 
-class FormJob;
-
-class ServerSession;
 class UserPrompts;
 
 // Imports a UTF-8 CSV file into the session's selected table. Loading a file reads and plans it
@@ -28,7 +24,7 @@ class UserPrompts;
 //
 // The target table is taken from the session when the form opens. Main thread only; `prompts`
 // must outlive the form, the session need not.
-class CsvImportForm : public QDialog
+class CsvImportForm final : public JobDialog
 {
     Q_OBJECT
 
@@ -36,7 +32,6 @@ public:
     CsvImportForm(ServerSession &session, UserPrompts &prompts, QWidget *parent = nullptr);
 
     bool loadFile(const QString &path); // reads, plans and previews; false with the refusal shown inline
-    QString errorText() const;
     void apply();
 
     // Asks for a file and loads it; nothing changes when the person cancels.
@@ -48,16 +43,14 @@ public:
 private:
     bool plan();
     void showPlan();
-    void setErrorText(const QString &text);
-    void updateButtons();
+    void updateButtons() override;
+    void act() override { apply(); }
 
-    QPointer<ServerSession> m_session;
     UserPrompts &m_prompts;
     const ManagementContext m_context;
     const bool m_readOnly;
     std::string m_bytes; // the loaded file, kept so the NULL toggle can plan it again
     std::shared_ptr<const CsvImportPlan> m_plan; // shared with the running import
-    FormJob *m_job = nullptr;
 
     QLabel *m_fileName;
     QPushButton *m_choose;
@@ -65,9 +58,6 @@ private:
     QLabel *m_mapping;
     QLabel *m_rowCount;
     QTableWidget *m_preview;
-    QLabel *m_error;
-    QPushButton *m_cancel;
-    QPushButton *m_import;
 };
 
 } // namespace tallowick

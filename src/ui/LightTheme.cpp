@@ -31,4 +31,14 @@ void applyLightTheme(QApplication &app)
     app.setPalette(palette);
 }
 
+QColor secondaryTextColor()
+{
+    return QColor(0x6b, 0x72, 0x80);
+}
+
+QColor errorTextColor()
+{
+    return QColor(0xb9, 0x1c, 0x1c);
+}
+
 } // namespace tallowick

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QColor>
+
 class QApplication;
 
 namespace tallowick
@@ -7,5 +9,9 @@ namespace tallowick
 
 // The Fusion style with a fixed light palette: the program does not follow a dark desktop theme.
 void applyLightTheme(QApplication &app);
+
+// Text colours the palette has no role for: captions and hints, and inline errors.
+QColor secondaryTextColor();
+QColor errorTextColor();
 
 } // namespace tallowick

@@ -1,13 +1,12 @@
 #include "ui/ManagementForm.h"
 
-#include "client/MySQLConnection.h"
 #include "core/AppError.h"
 #include "core/Utf8Text.h"
 #include "management/ManagementSQL.h"
 #include "session/ServerSession.h"
 #include "session/UserPrompts.h"
 #include "ui/ColumnDraftEditor.h"
-#include "ui/FormJob.h"
+#include "ui/FormParts.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -28,19 +27,6 @@ namespace tallowick
 
 namespace
 {
-
-QString text(std::string_view value)
-{
-    return QString::fromUtf8(value.data(), static_cast<qsizetype>(value.size()));
-}
-
-QLabel *captionLabel(const QString &caption)
-{
-    auto *label = new QLabel(caption);
-    label->setWordWrap(true);
-    label->setStyleSheet(QStringLiteral("color: #6b7280;"));
-    return label;
-}
 
 bool needsDatabase(ManagementSheet kind)
 {
@@ -67,24 +53,6 @@ std::string_view initialInsertMode(const ColumnInfo &column)
     return serverFills ? insertModeDefault : insertModeValue;
 }
 
-void reloadTouched(ServerSession &session, ManagementReload what, const ManagementContext &where)
-{
-    switch (what) {
-    case ManagementReload::databases:
-        session.loadDatabases();
-        break;
-    case ManagementReload::tables:
-        session.loadTables(where.database);
-        break;
-    case ManagementReload::tableColumnsAndPage:
-        session.selectTable(where.table, where.database);
-        break;
-    case ManagementReload::users:
-        session.users();
-        break;
-    }
-}
-
 } // namespace
 
 ManagementForm::ManagementForm(ServerSession &session,
@@ -92,34 +60,22 @@ ManagementForm::ManagementForm(ServerSession &session,
     ManagementSheet kind,
     const std::optional<ColumnInfo> &column,
     QWidget *parent)
-    : QDialog(parent)
-    , m_session(&session)
+    : JobDialog(session,
+          text(formTitle(kind)),
+          kind == ManagementSheet::createUser ? QStringLiteral("Create user") : QStringLiteral("Apply"),
+          parent)
     , m_prompts(prompts)
     , m_kind(kind)
     , m_column(column)
     , m_context { session.database(), session.selectedTable(), session.columns() }
     , m_preview(new QPlainTextEdit)
-    , m_error(new QLabel)
-    , m_cancel(new QPushButton(QStringLiteral("Cancel")))
-    , m_apply(new QPushButton(
-          kind == ManagementSheet::createUser ? QStringLiteral("Create user") : QStringLiteral("Apply")))
 {
     Q_ASSERT(kind != ManagementSheet::importCSV);
-    setModal(true);
-    setWindowTitle(text(formTitle(kind)));
     const bool columnRows = kind == ManagementSheet::createTable || kind == ManagementSheet::addColumn
         || kind == ManagementSheet::modifyColumn;
     setMinimumWidth(columnRows ? 820 : 540);
 
-    auto *root = new QVBoxLayout(this);
-    root->setContentsMargins(24, 22, 24, 20);
-    root->setSpacing(12);
-    auto *title = new QLabel(text(formTitle(kind)));
-    QFont titleFont = title->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.35);
-    titleFont.setWeight(QFont::DemiBold);
-    title->setFont(titleFont);
-    root->addWidget(title);
+    QVBoxLayout *root = content();
     if (needsDatabase(kind)) {
         root->addWidget(captionLabel(needsTable(kind)
                 ? QStringLiteral("Table %1.%2").arg(text(m_context.database), text(m_context.table))
@@ -136,29 +92,8 @@ ManagementForm::ManagementForm(ServerSession &session,
     root->addWidget(new QLabel(QStringLiteral("Generated SQL")));
     root->addWidget(m_preview, 1);
 
-    m_error->setObjectName(QStringLiteral("error"));
-    m_error->setWordWrap(true);
-    m_error->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_error->setStyleSheet(QStringLiteral("color: #b91c1c;"));
-    m_error->hide();
-    root->addWidget(m_error);
-
-    m_cancel->setObjectName(QStringLiteral("cancel"));
-    m_apply->setObjectName(QStringLiteral("apply"));
-    m_apply->setDefault(true);
-    auto *buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    buttons->addWidget(m_cancel);
-    buttons->addWidget(m_apply);
-    root->addLayout(buttons);
-
-    QObject::connect(m_cancel, &QPushButton::clicked, this, &ManagementForm::reject);
-    QObject::connect(m_apply, &QPushButton::clicked, this, &ManagementForm::apply);
-    m_job = new FormJob(
-        session, [this](const QString &message) { setErrorText(message); }, this);
-    QObject::connect(m_job, &FormJob::stateChanged, this, &ManagementForm::updateApplyButton);
     refresh();
-    updateApplyButton();
+    updateButtons();
 }
 
 void ManagementForm::buildFields(QVBoxLayout *layout)
@@ -346,11 +281,6 @@ ManagementDraft ManagementForm::draft() const
     return result;
 }
 
-QString ManagementForm::errorText() const
-{
-    return m_error->text();
-}
-
 QString ManagementForm::previewText() const
 {
     return m_preview->toPlainText();
@@ -378,15 +308,9 @@ void ManagementForm::refresh()
     }
 }
 
-void ManagementForm::setErrorText(const QString &message)
-{
-    m_error->setText(message);
-    m_error->setVisible(!message.isEmpty());
-}
-
 void ManagementForm::apply()
 {
-    if (!m_session || m_session->busy() || m_job->running()) {
+    if (!idle()) {
         return;
     }
     const ManagementDraft current = draft();
@@ -402,41 +326,22 @@ void ManagementForm::apply()
         return;
     }
 
-    const ConnectionProfile profile = m_session->profile();
+    const ConnectionProfile profile = session()->profile();
     const bool confirmed = m_kind == ManagementSheet::createUser
         ? m_prompts.confirmAction(
             std::string(createUserConfirmTitle), createUserDetail(current, profile), "Create user")
         : m_prompts.confirmSQL(sql, reviewTitle(m_kind), reviewDetail(m_kind, profile, m_context));
     // The review is modal: the session may have gone or started other work meanwhile.
-    if (!confirmed || !m_session || m_session->busy()) {
+    if (!confirmed) {
         return;
     }
-
-    std::function<void(MySQLConnection &)> task;
-    if (m_kind == ManagementSheet::createUser) {
-        task = [name = current.name, host = current.host, password = current.password](
-                   MySQLConnection &client) { client.createUser(name, host, password); };
-    } else {
-        task = [sql](MySQLConnection &client) { client.query(sql); };
-    }
-    const QPointer<ManagementForm> form(this);
-    std::function<void(ServerSession &)> done
-        = [form, reload = reloadAfter(m_kind), where = m_context](ServerSession &session) {
-              reloadTouched(session, reload, where);
-              if (form) {
-                  form->m_job->finished();
-                  form->accept();
-              }
-          };
-    setErrorText({});
-    m_job->start([this, &task, &done] {
-        m_session->perform(std::string(applyingChangeStatus), std::move(task), std::move(done));
+    startJob([this, &current, &sql](ServerSession &target, ServerSession::Finished done) {
+        if (m_kind == ManagementSheet::createUser) {
+            target.createUser(current.name, current.host, current.password, std::move(done));
+        } else {
+            target.applyChange(m_kind, sql, m_context.database, m_context.table, std::move(done));
+        }
     });
-}
-
-void ManagementForm::updateApplyButton()
-{
-    m_apply->setEnabled(m_session && !m_session->busy() && !m_job->running());
 }
 
 } // namespace tallowick

@@ -3,9 +3,8 @@
 #include "core/ColumnInfo.h"
 #include "core/ManagementSheet.h"
 #include "management/ManagementDraft.h"
+#include "ui/JobDialog.h"
 
-#include <QDialog>
-#include <QPointer>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,10 +20,7 @@ class QVBoxLayout;
 namespace tallowick
 {
 
-class FormJob;
-
 class ColumnDraftEditor;
-class ServerSession;
 class UserPrompts;
 
 // The form behind one schema or account change: create a database or table, add or edit a
@@ -35,7 +31,7 @@ class UserPrompts;
 // The target (database, table, columns) is taken from the session when the form opens, so what
 // was reviewed is what gets changed even if the session moves on. Main thread only; `prompts`
 // must outlive the form, the session need not.
-class ManagementForm : public QDialog
+class ManagementForm final : public JobDialog
 {
     Q_OBJECT
 
@@ -47,7 +43,6 @@ public:
         const std::optional<ColumnInfo> &column = std::nullopt,
         QWidget *parent = nullptr);
 
-    QString errorText() const; // the inline error
     QString previewText() const; // the generated SQL shown for review
     void apply(); // what the apply button does
 
@@ -68,15 +63,12 @@ private:
     void refresh();
     // Refuses a form whose target the session had not chosen when it opened.
     void requireTarget() const;
-    void setErrorText(const QString &text);
-    void updateApplyButton();
+    void act() override { apply(); }
 
-    QPointer<ServerSession> m_session;
     UserPrompts &m_prompts;
     const ManagementSheet m_kind;
     const std::optional<ColumnInfo> m_column;
     const ManagementContext m_context;
-    FormJob *m_job = nullptr;
 
     QLineEdit *m_name = nullptr;
     QComboBox *m_charset = nullptr;
@@ -87,9 +79,6 @@ private:
     QLineEdit *m_host = nullptr;
     QLineEdit *m_password = nullptr;
     QPlainTextEdit *m_preview;
-    QLabel *m_error;
-    QPushButton *m_cancel;
-    QPushButton *m_apply;
 };
 
 } // namespace tallowick

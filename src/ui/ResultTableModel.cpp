@@ -1,6 +1,6 @@
 #include "ui/ResultTableModel.h"
 
-#include "session/MainThread.h"
+#include "core/MainThread.h"
 
 #include <QGuiApplication>
 #include <QPalette>

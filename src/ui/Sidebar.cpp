@@ -4,6 +4,7 @@
 #include "store/AppStore.h"
 #include "ui/ConnectionRow.h"
 #include "ui/DatabaseNavigator.h"
+#include "ui/FormParts.h"
 #include "ui/Symbols.h"
 
 #include <QHBoxLayout>
@@ -40,7 +41,7 @@ Sidebar::Sidebar(AppStore &store, QWidget *parent)
     captionFont.setPointSizeF(captionFont.pointSizeF() * 0.8);
     captionFont.setWeight(QFont::DemiBold);
     caption->setFont(captionFont);
-    caption->setStyleSheet(QStringLiteral("color: #6b7280;"));
+    useSecondaryText(caption);
     auto *brandTexts = new QVBoxLayout;
     brandTexts->setSpacing(0);
     brandTexts->addWidget(brandName);

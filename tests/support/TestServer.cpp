@@ -5,6 +5,7 @@
 #include "core/UuidText.h"
 
 #include <cstdlib>
+#include <fstream>
 
 namespace tallowick::test
 {
@@ -12,12 +13,30 @@ namespace tallowick::test
 namespace
 {
 
-std::string required(const char *name)
+// The account scripts/test-server creates on every instance.
+constexpr const char *serverUser = "tallowick";
+constexpr const char *serverPassword = "tallowick-test-pw";
+
+std::string environment(const char *name)
 {
     const char *value = std::getenv(name);
-    if (!value || !*value) {
+    return value ? value : "";
+}
+
+// A value exported by scripts/test, or else read from the state folder of servers CTest started.
+std::string serverValue(const char *name, const std::string &instanceFile)
+{
+    if (std::string value = environment(name); !value.empty()) {
+        return value;
+    }
+    const std::string folder = environment("TALLOWICK_TEST_SERVER_DIR");
+    std::string value;
+    if (!folder.empty()) {
+        std::ifstream(folder + "/" + instanceFile) >> value;
+    }
+    if (value.empty()) {
         throw AppError(std::string("The test server is not set up: ") + name
-            + " is missing. Run the tests through scripts/test, or eval \"$(scripts/test-server env)\".");
+            + " is missing. Run the tests with ctest or scripts/test, or eval \"$(scripts/test-server env)\".");
     }
     return value;
 }
@@ -27,13 +46,13 @@ std::string required(const char *name)
 TestServer TestServer::fromEnvironment()
 {
     TestServer server;
-    server.user = required("TALLOWICK_TEST_USER");
-    const char *password = std::getenv("TALLOWICK_TEST_PASSWORD");
-    server.password = password ? password : "";
-    server.port = std::stoll(required("TALLOWICK_TEST_PORT"));
-    server.plainPort = std::stoll(required("TALLOWICK_TEST_PLAIN_PORT"));
-    server.strictPort = std::stoll(required("TALLOWICK_TEST_STRICT_PORT"));
-    server.caPath = required("TALLOWICK_TEST_CA");
+    const bool exported = !environment("TALLOWICK_TEST_PORT").empty();
+    server.user = exported ? environment("TALLOWICK_TEST_USER") : serverUser;
+    server.password = exported ? environment("TALLOWICK_TEST_PASSWORD") : serverPassword;
+    server.port = std::stoll(serverValue("TALLOWICK_TEST_PORT", "tls/port"));
+    server.plainPort = std::stoll(serverValue("TALLOWICK_TEST_PLAIN_PORT", "plain/port"));
+    server.strictPort = std::stoll(serverValue("TALLOWICK_TEST_STRICT_PORT", "strict/port"));
+    server.caPath = exported ? environment("TALLOWICK_TEST_CA") : environment("TALLOWICK_TEST_SERVER_DIR") + "/tls/ca.pem";
     return server;
 }
 

@@ -3,6 +3,7 @@
 #include "core/AppError.h"
 #include "core/SqlQuoting.h"
 #include "management/CsvImport.h"
+#include "session/CsvImportRun.h"
 #include "support/Checks.h"
 #include "support/TestServer.h"
 
@@ -217,7 +218,12 @@ void TestCsvImport::readOnlyProfileIsRefused()
     bool progressed = false;
     QCOMPARE(errorFrom([&] {
         runCsvImport(
-            *readOnly, m_scratch->name(), "people", plan, [&](std::size_t, std::size_t) { progressed = true; });
+            *readOnly,
+            m_scratch->name(),
+            "people",
+            plan,
+            [&](std::size_t, std::size_t) { progressed = true; },
+            csvDefaultStatementBytes);
     }),
         QStringLiteral("This connection is read-only."));
     QVERIFY(!progressed);

@@ -1,0 +1,65 @@
+#include "ui/FormParts.h"
+
+#include "ui/LightTheme.h"
+
+#include <QLabel>
+
+namespace tallowick
+{
+
+namespace
+{
+
+void setTextColor(QWidget *widget, const QColor &color)
+{
+    widget->setStyleSheet(QStringLiteral("color: %1;").arg(color.name()));
+}
+
+} // namespace
+
+QString text(std::string_view value)
+{
+    return QString::fromUtf8(value.data(), static_cast<qsizetype>(value.size()));
+}
+
+QLabel *titleLabel(const QString &title)
+{
+    auto *label = new QLabel(title);
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * 1.35);
+    font.setWeight(QFont::DemiBold);
+    label->setFont(font);
+    return label;
+}
+
+QLabel *captionLabel(const QString &caption)
+{
+    auto *label = new QLabel(caption);
+    label->setWordWrap(true);
+    useSecondaryText(label);
+    return label;
+}
+
+QLabel *errorLabel(const QString &objectName)
+{
+    auto *label = new QLabel;
+    label->setObjectName(objectName);
+    label->setWordWrap(true);
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    setTextColor(label, errorTextColor());
+    label->hide();
+    return label;
+}
+
+void showError(QLabel *label, const QString &message)
+{
+    label->setText(message);
+    label->setVisible(!message.isEmpty());
+}
+
+void useSecondaryText(QWidget *widget)
+{
+    setTextColor(widget, secondaryTextColor());
+}
+
+} // namespace tallowick

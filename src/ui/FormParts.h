@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QString>
+#include <string_view>
+
+class QLabel;
+class QWidget;
+
+namespace tallowick
+{
+
+// The pieces every form and sheet is built from, so they look alike.
+
+QString text(std::string_view value);
+
+// A form's heading: larger, semi-bold.
+QLabel *titleLabel(const QString &title);
+// A wrapped line of help or context in the secondary text colour.
+QLabel *captionLabel(const QString &caption = {});
+// The inline error: wrapped, selectable, in the error colour, hidden until it has a text.
+QLabel *errorLabel(const QString &objectName);
+// Shows `message` in an error label, or hides it when empty.
+void showError(QLabel *label, const QString &message);
+// Gives any widget's text the secondary colour.
+void useSecondaryText(QWidget *widget);
+
+} // namespace tallowick
