@@ -415,5 +415,4 @@ std::string createUserDetail(const ManagementDraft &draft, const ConnectionProfi
         + ", initially without privileges.";
 }
 
-
 } // namespace tallowick

@@ -239,7 +239,8 @@ private:
         Failed failed = {});
 
     // Starts a job for an operation a form waits for, and tells `done` how it ended.
-    void performFor(const std::string &title, std::function<void(MySQLConnection &)> task, Completion then, Finished done);
+    void performFor(
+        const std::string &title, std::function<void(MySQLConnection &)> task, Completion then, Finished done);
     void reloadAfter(ManagementSheet kind, const std::string &database, const std::string &table);
 
     bool enqueue(const std::string &title, Job job, Failed failed);

@@ -4,9 +4,9 @@
 #include "core/AppError.h"
 #include "core/Csv.h"
 #include "core/FileText.h"
+#include "core/MainThread.h"
 #include "core/Utf8Text.h"
 #include "core/UuidText.h"
-#include "core/MainThread.h"
 #include "session/ServerSession.h"
 #include "session/UserPrompts.h"
 

@@ -42,11 +42,8 @@ void ServerSession::reloadAfter(ManagementSheet kind, const std::string &databas
     }
 }
 
-void ServerSession::applyChange(ManagementSheet kind,
-    const std::string &sql,
-    const std::string &database,
-    const std::string &table,
-    Finished done)
+void ServerSession::applyChange(
+    ManagementSheet kind, const std::string &sql, const std::string &database, const std::string &table, Finished done)
 {
     performFor(
         std::string(applyingChangeStatus),
@@ -65,10 +62,8 @@ void ServerSession::createUser(
         std::move(done));
 }
 
-void ServerSession::importCSV(std::shared_ptr<const CsvImportPlan> plan,
-    const std::string &database,
-    const std::string &table,
-    Finished done)
+void ServerSession::importCSV(
+    std::shared_ptr<const CsvImportPlan> plan, const std::string &database, const std::string &table, Finished done)
 {
     const QPointer<ServerSession> guard(this);
     const std::size_t rows = plan->rows.size();

@@ -1,7 +1,11 @@
 #include "ui/BuilderPanel.h"
 
+#include "builder/BuilderEdits.h"
 #include "core/AppError.h"
 #include "session/ServerSession.h"
+#include "ui/BuilderColumnRow.h"
+#include "ui/BuilderFilterRow.h"
+#include "ui/BuilderJoinRow.h"
 #include "ui/FormParts.h"
 #include "ui/SQLEditor.h"
 #include "ui/Symbols.h"
@@ -27,11 +31,6 @@ namespace tallowick
 
 namespace
 {
-
-const QStringList aggregates {
-    QStringLiteral("COUNT"), QStringLiteral("SUM"), QStringLiteral("AVG"), QStringLiteral("MIN"), QStringLiteral("MAX")
-};
-
 
 // A titled block of the form; its body layout is returned through `body`.
 QFrame *section(const QString &title, QVBoxLayout *&body)
@@ -59,63 +58,6 @@ void clear(QVBoxLayout *layout)
         }
         delete item;
     }
-}
-
-QComboBox *picker(const QStringList &choices, const QString &current, const QString &placeholder = QString())
-{
-    auto *box = new QComboBox;
-    if (!placeholder.isNull()) {
-        box->addItem(placeholder, QString());
-    }
-    for (const QString &choice : choices) {
-        box->addItem(choice, choice);
-    }
-    const int index = box->findData(current);
-    box->setCurrentIndex(index >= 0 ? index : 0);
-    return box;
-}
-
-// Drops every reference to a table the query no longer reads from (after a join was removed or
-// pointed at another table): the form has no control left to show or undo such a reference, and
-// the statement would fail on the server.
-void dropStaleReferences(BuilderSpec &spec)
-{
-    std::vector<std::string> tables;
-    if (!spec.table.empty()) {
-        tables.push_back(spec.table);
-    }
-    for (const BuilderJoin &join : spec.joins) {
-        if (!join.table.empty()) {
-            tables.push_back(join.table);
-        }
-    }
-    const auto known = [&tables](const std::string &reference) {
-        return std::any_of(tables.begin(), tables.end(), [&reference](const std::string &table) {
-            return reference.starts_with(table + ".");
-        });
-    };
-    std::erase_if(spec.columns, [&tables](const BuilderColumn &column) {
-        return std::find(tables.begin(), tables.end(), column.table) == tables.end();
-    });
-    std::erase_if(spec.groupBy, [&known](const std::string &reference) { return !known(reference); });
-    std::erase_if(spec.filters,
-        [&known](const BuilderFilter &filter) { return !filter.column.empty() && !known(filter.column); });
-    if (!spec.orderBy.empty() && !known(spec.orderBy)) {
-        spec.orderBy.clear();
-    }
-    for (BuilderJoin &join : spec.joins) {
-        for (std::string *side : { &join.left, &join.right }) {
-            if (!side->empty() && !known(*side)) {
-                side->clear();
-            }
-        }
-    }
-}
-
-template <typename Item> Item *findById(std::vector<Item> &items, const QUuid &id)
-{
-    const auto found = std::find_if(items.begin(), items.end(), [&id](const Item &item) { return item.id == id; });
-    return found == items.end() ? nullptr : &*found;
 }
 
 } // namespace
@@ -318,25 +260,10 @@ QStringList BuilderPanel::tableNames() const
     return names;
 }
 
-std::vector<std::string> BuilderPanel::sourceTables() const
-{
-    const BuilderSpec &spec = m_session->builder();
-    std::vector<std::string> sources;
-    if (!spec.table.empty()) {
-        sources.push_back(spec.table);
-    }
-    for (const BuilderJoin &join : spec.joins) {
-        if (!join.table.empty() && std::find(sources.begin(), sources.end(), join.table) == sources.end()) {
-            sources.push_back(join.table);
-        }
-    }
-    return sources;
-}
-
 QStringList BuilderPanel::columnReferences() const
 {
     QStringList references;
-    for (const std::string &table : sourceTables()) {
+    for (const std::string &table : sourceTables(m_session->builder())) {
         if (const auto columns = m_session->builderColumns().find(table);
             columns != m_session->builderColumns().end()) {
             for (const ColumnInfo &column : columns->second) {
@@ -379,12 +306,7 @@ void BuilderPanel::chooseSource(const QString &table)
         requestColumns(name);
         return;
     }
-    change([&name](BuilderSpec &spec) {
-        const std::string database = spec.database;
-        spec = BuilderSpec {};
-        spec.database = database;
-        spec.table = name;
-    });
+    change([&name](BuilderSpec &spec) { chooseSourceTable(spec, name); });
     requestColumns(name);
 }
 
@@ -408,7 +330,7 @@ void BuilderPanel::loadPendingColumns()
     if (!m_session || m_session->busy()) {
         return; // the next idle moment tries again
     }
-    const std::vector<std::string> used = sourceTables();
+    const std::vector<std::string> used = sourceTables(m_session->builder());
     while (!m_pendingColumns.empty()) {
         // Each held request is made once more at most, so a failing load cannot repeat forever.
         const std::string table = m_pendingColumns.front();
@@ -456,172 +378,73 @@ void BuilderPanel::rebuildForm()
     if (spec.table.empty()) {
         m_columnsLayout->addWidget(captionLabel(QStringLiteral("Choose a source table to see its columns.")));
     }
-    // Walked by table and column, never by splitting "table.column": table names may hold dots.
-    std::vector<std::pair<std::string, ColumnInfo>> available;
-    for (const std::string &source : sourceTables()) {
-        if (const auto loaded = m_session->builderColumns().find(source); loaded != m_session->builderColumns().end()) {
-            for (const ColumnInfo &column : loaded->second) {
-                available.emplace_back(source, column);
-            }
-        }
+    std::vector<std::string> listed;
+    for (const QString &reference : references) {
+        listed.push_back(reference.toStdString());
     }
-    for (const auto &entry : available) {
-        const std::string table = entry.first;
-        const std::string name = entry.second.name;
-        const bool primary = entry.second.primary;
-        const QString reference = text(table + "." + name);
-        const auto selected = std::find_if(spec.columns.begin(), spec.columns.end(), [&](const BuilderColumn &column) {
-            return column.table == table && column.name == name;
-        });
-        auto *row = new QWidget;
-        auto *rowLayout = new QHBoxLayout(row);
-        rowLayout->setContentsMargins(0, 0, 0, 0);
-        auto *toggle = new QCheckBox((primary ? QStringLiteral("⚿ ") : QString()) + reference);
-        toggle->setChecked(selected != spec.columns.end());
-        auto *aggregate = picker(aggregates,
-            selected != spec.columns.end() ? text(selected->aggregate) : QString(),
-            QStringLiteral("No aggregate"));
-        aggregate->setToolTip(QStringLiteral("Aggregate"));
-        rowLayout->addWidget(toggle, 1);
-        rowLayout->addWidget(aggregate);
-        m_columnsLayout->addWidget(row);
-        const auto apply = [this, table, name, toggle, aggregate, references] {
-            change([&](BuilderSpec &edited) {
-                std::erase_if(edited.columns,
-                    [&](const BuilderColumn &column) { return column.table == table && column.name == name; });
-                if (toggle->isChecked()) {
-                    edited.columns.push_back({ table, name, aggregate->currentData().toString().toStdString() });
-                }
-                // Keep the output in the order the columns are listed here.
-                const auto position = [&references](const BuilderColumn &column) {
-                    return references.indexOf(text(column.table + "." + column.name));
-                };
-                std::stable_sort(edited.columns.begin(), edited.columns.end(), [&](const auto &a, const auto &b) {
-                    return position(a) < position(b);
+    // Walked by table and column, never by splitting "table.column": table names may hold dots.
+    for (const std::string &source : sourceTables(spec)) {
+        const auto loaded = m_session->builderColumns().find(source);
+        if (loaded == m_session->builderColumns().end()) {
+            continue;
+        }
+        for (const ColumnInfo &info : loaded->second) {
+            const BuilderColumn column { source, info.name, {} };
+            const auto selected = std::find_if(spec.columns.begin(),
+                spec.columns.end(),
+                [&column](const BuilderColumn &candidate) { return candidate.id() == column.id(); });
+            auto *row
+                = new BuilderColumnRow(column, info.primary, selected != spec.columns.end() ? &*selected : nullptr);
+            m_columnsLayout->addWidget(row);
+            QObject::connect(
+                row, &BuilderColumnRow::edited, this, [this, listed](const BuilderColumn &edited, bool on) {
+                    change([&](BuilderSpec &target) { setColumnSelected(target, edited, on, listed); });
                 });
-            });
-        };
-        QObject::connect(toggle, &QCheckBox::toggled, this, apply);
-        QObject::connect(aggregate, &QComboBox::activated, this, [toggle, apply] {
-            toggle->setChecked(true);
-            apply();
-        });
+        }
     }
 
     clear(m_joinsLayout);
-    const QStringList kinds { QStringLiteral("LEFT JOIN"), QStringLiteral("INNER JOIN"), QStringLiteral("RIGHT JOIN") };
     for (const BuilderJoin &join : spec.joins) {
-        auto *row = new QWidget;
-        row->setObjectName(QStringLiteral("joinRow"));
-        auto *rowLayout = new QHBoxLayout(row);
-        rowLayout->setContentsMargins(0, 0, 0, 0);
-        auto *kind = picker(kinds, text(join.kind));
-        kind->setToolTip(QStringLiteral("Type"));
-        auto *table = picker(tableNames(), text(join.table), QStringLiteral("Table…"));
-        table->setToolTip(QStringLiteral("Table"));
-        auto *left = picker(references, text(join.left), QStringLiteral("Left column…"));
-        left->setToolTip(QStringLiteral("Left column"));
-        auto *right = picker(references, text(join.right), QStringLiteral("Right column…"));
-        right->setToolTip(QStringLiteral("Right column"));
-        auto *remove = new QPushButton(symbolIcon(Symbol::xmark), QString());
-        remove->setToolTip(QStringLiteral("Remove join"));
-        remove->setFixedWidth(30);
-        rowLayout->addWidget(kind);
-        rowLayout->addWidget(table, 1);
-        rowLayout->addWidget(left, 1);
-        rowLayout->addWidget(new QLabel(QStringLiteral("=")));
-        rowLayout->addWidget(right, 1);
-        rowLayout->addWidget(remove);
+        auto *row = new BuilderJoinRow(join, tableNames(), references);
         m_joinsLayout->addWidget(row);
-        const QUuid id = join.id;
-        const auto edit = [this, id](auto apply) {
-            change([&](BuilderSpec &edited) {
-                if (BuilderJoin *target = findById(edited.joins, id)) {
-                    apply(*target);
+        QObject::connect(row, &BuilderJoinRow::edited, this, [this](const BuilderJoin &edited) {
+            change([&edited](BuilderSpec &target) {
+                for (BuilderJoin &existing : target.joins) {
+                    if (existing.id == edited.id) {
+                        existing.kind = edited.kind;
+                        existing.left = edited.left;
+                        existing.right = edited.right;
+                    }
                 }
             });
-        };
-        QObject::connect(kind, &QComboBox::activated, this, [edit, kind] {
-            edit([kind](BuilderJoin &target) { target.kind = kind->currentData().toString().toStdString(); });
         });
-        QObject::connect(table, &QComboBox::activated, this, [this, id, table] {
-            const std::string chosen = table->currentData().toString().toStdString();
-            change([&chosen, id](BuilderSpec &edited) {
-                if (BuilderJoin *target = findById(edited.joins, id)) {
-                    target->table = chosen;
-                    dropStaleReferences(edited);
-                }
-            });
+        QObject::connect(row, &BuilderJoinRow::tableChosen, this, [this](const QUuid &id, const QString &table) {
+            const std::string chosen = table.toStdString();
+            change([&](BuilderSpec &target) { setJoinTable(target, id, chosen); });
             requestColumns(chosen);
         });
-        QObject::connect(left, &QComboBox::activated, this, [edit, left] {
-            edit([left](BuilderJoin &target) { target.left = left->currentData().toString().toStdString(); });
-        });
-        QObject::connect(right, &QComboBox::activated, this, [edit, right] {
-            edit([right](BuilderJoin &target) { target.right = right->currentData().toString().toStdString(); });
-        });
-        QObject::connect(remove, &QPushButton::clicked, this, [this, id] {
-            change([&id](BuilderSpec &edited) {
-                std::erase_if(edited.joins, [&id](const BuilderJoin &candidate) { return candidate.id == id; });
-                dropStaleReferences(edited);
-            });
+        QObject::connect(row, &BuilderJoinRow::removeClicked, this, [this](const QUuid &id) {
+            change([&id](BuilderSpec &target) { removeJoin(target, id); });
         });
     }
     m_addJoin->setEnabled(!spec.table.empty());
 
     m_match->setCurrentIndex(spec.matchAll ? 0 : 1);
     clear(m_filtersLayout);
-    QStringList operators;
-    for (const std::string_view operation : builderFilterOperators) {
-        operators << QString::fromLatin1(operation.data(), static_cast<qsizetype>(operation.size()));
-    }
     for (const BuilderFilter &filter : spec.filters) {
-        auto *row = new QWidget;
-        row->setObjectName(QStringLiteral("filterRow"));
-        auto *rowLayout = new QHBoxLayout(row);
-        rowLayout->setContentsMargins(0, 0, 0, 0);
-        auto *column = picker(references, text(filter.column), QStringLiteral("Column…"));
-        column->setToolTip(QStringLiteral("Column"));
-        auto *operation = picker(operators, text(filter.operation));
-        operation->setToolTip(QStringLiteral("Operator"));
-        auto *value = new QLineEdit(text(filter.value));
-        value->setPlaceholderText(QStringLiteral("Value (use % with LIKE)"));
-        auto *numeric = new QCheckBox(QStringLiteral("Number"));
-        numeric->setChecked(filter.numeric);
-        auto *remove = new QPushButton(symbolIcon(Symbol::xmark), QString());
-        remove->setToolTip(QStringLiteral("Remove filter"));
-        remove->setFixedWidth(30);
-        rowLayout->addWidget(column, 1);
-        rowLayout->addWidget(operation);
-        rowLayout->addWidget(value, 1);
-        rowLayout->addWidget(numeric);
-        rowLayout->addWidget(remove);
+        auto *row = new BuilderFilterRow(filter, references);
         m_filtersLayout->addWidget(row);
-        const QUuid id = filter.id;
-        const auto edit = [this, id](auto apply) {
-            change([&](BuilderSpec &edited) {
-                if (BuilderFilter *target = findById(edited.filters, id)) {
-                    apply(*target);
+        QObject::connect(row, &BuilderFilterRow::edited, this, [this](const BuilderFilter &edited) {
+            change([&edited](BuilderSpec &target) {
+                for (BuilderFilter &existing : target.filters) {
+                    if (existing.id == edited.id) {
+                        existing = edited;
+                    }
                 }
             });
-        };
-        QObject::connect(column, &QComboBox::activated, this, [edit, column] {
-            edit([column](BuilderFilter &target) { target.column = column->currentData().toString().toStdString(); });
         });
-        QObject::connect(operation, &QComboBox::activated, this, [edit, operation] {
-            edit([operation](
-                     BuilderFilter &target) { target.operation = operation->currentData().toString().toStdString(); });
-        });
-        QObject::connect(value, &QLineEdit::textEdited, this, [edit](const QString &typed) {
-            edit([&typed](BuilderFilter &target) { target.value = typed.toStdString(); });
-        });
-        QObject::connect(numeric, &QCheckBox::toggled, this, [edit](bool on) {
-            edit([on](BuilderFilter &target) { target.numeric = on; });
-        });
-        QObject::connect(remove, &QPushButton::clicked, this, [this, id] {
-            change([&id](BuilderSpec &edited) {
-                std::erase_if(edited.filters, [&id](const BuilderFilter &candidate) { return candidate.id == id; });
-            });
+        QObject::connect(row, &BuilderFilterRow::removeClicked, this, [this](const QUuid &id) {
+            change([&id](BuilderSpec &target) { removeFilter(target, id); });
         });
     }
     m_addFilter->setEnabled(!spec.table.empty());
@@ -632,13 +455,8 @@ void BuilderPanel::rebuildForm()
         toggle->setChecked(
             std::find(spec.groupBy.begin(), spec.groupBy.end(), reference.toStdString()) != spec.groupBy.end());
         m_groupLayout->addWidget(toggle);
-        QObject::connect(toggle, &QCheckBox::toggled, this, [this, reference, references](bool on) {
-            change([&](BuilderSpec &edited) {
-                std::erase(edited.groupBy, reference.toStdString());
-                if (on) {
-                    edited.groupBy.push_back(reference.toStdString());
-                }
-            });
+        QObject::connect(toggle, &QCheckBox::toggled, this, [this, reference](bool on) {
+            change([&](BuilderSpec &edited) { setGrouped(edited, reference.toStdString(), on); });
         });
     }
 
@@ -671,26 +489,30 @@ void BuilderPanel::refreshPreview()
     m_open->setEnabled(!m_buildFailed && !m_session->busy());
 }
 
-QList<QWidget *> BuilderPanel::joinRows() const
+template <typename Row> QList<Row *> BuilderPanel::rowsIn(QVBoxLayout *layout) const
 {
-    QList<QWidget *> rows;
-    for (int i = 0; i < m_joinsLayout->count(); ++i) {
-        if (QWidget *row = m_joinsLayout->itemAt(i)->widget(); row && !row->isHidden()) {
+    QList<Row *> rows;
+    for (int i = 0; i < layout->count(); ++i) {
+        if (auto *row = qobject_cast<Row *>(layout->itemAt(i)->widget())) {
             rows << row;
         }
     }
     return rows;
 }
 
-QList<QWidget *> BuilderPanel::filterRows() const
+QList<BuilderColumnRow *> BuilderPanel::columnRows() const
 {
-    QList<QWidget *> rows;
-    for (int i = 0; i < m_filtersLayout->count(); ++i) {
-        if (QWidget *row = m_filtersLayout->itemAt(i)->widget(); row && !row->isHidden()) {
-            rows << row;
-        }
-    }
-    return rows;
+    return rowsIn<BuilderColumnRow>(m_columnsLayout);
+}
+
+QList<BuilderJoinRow *> BuilderPanel::joinRows() const
+{
+    return rowsIn<BuilderJoinRow>(m_joinsLayout);
+}
+
+QList<BuilderFilterRow *> BuilderPanel::filterRows() const
+{
+    return rowsIn<BuilderFilterRow>(m_filtersLayout);
 }
 
 } // namespace tallowick

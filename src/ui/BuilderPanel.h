@@ -17,6 +17,9 @@ class QVBoxLayout;
 namespace tallowick
 {
 
+class BuilderColumnRow;
+class BuilderFilterRow;
+class BuilderJoinRow;
 class SQLEditor;
 class ServerSession;
 struct BuilderSpec;
@@ -38,9 +41,10 @@ public:
     QPushButton *copyButton() const { return m_copy; }
     QPushButton *openButton() const { return m_open; }
     QLabel *sourceHint() const { return m_sourceHint; }
-    // The rows of the join and filter sections, for tests.
-    QList<QWidget *> joinRows() const;
-    QList<QWidget *> filterRows() const;
+    // The rows of the column, join and filter sections, as shown now.
+    QList<BuilderColumnRow *> columnRows() const;
+    QList<BuilderJoinRow *> joinRows() const;
+    QList<BuilderFilterRow *> filterRows() const;
 
 private:
     void refresh();
@@ -52,8 +56,7 @@ private:
     // made again once the session is idle.
     void requestColumns(const std::string &table);
     void loadPendingColumns();
-    // The source table, then each joined table, once each.
-    std::vector<std::string> sourceTables() const;
+    template <typename Row> QList<Row *> rowsIn(QVBoxLayout *layout) const;
     // Every table.column the pickers offer: the source table's columns, then each joined table's.
     QStringList columnReferences() const;
     QStringList tableNames() const;

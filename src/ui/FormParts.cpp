@@ -2,6 +2,7 @@
 
 #include "ui/LightTheme.h"
 
+#include <QComboBox>
 #include <QLabel>
 
 namespace tallowick
@@ -55,6 +56,20 @@ void showError(QLabel *label, const QString &message)
 {
     label->setText(message);
     label->setVisible(!message.isEmpty());
+}
+
+QComboBox *choicePicker(const QStringList &choices, const QString &current, const QString &placeholder)
+{
+    auto *box = new QComboBox;
+    if (!placeholder.isNull()) {
+        box->addItem(placeholder, QString());
+    }
+    for (const QString &choice : choices) {
+        box->addItem(choice, choice);
+    }
+    const int index = box->findData(current);
+    box->setCurrentIndex(index >= 0 ? index : 0);
+    return box;
 }
 
 void useSecondaryText(QWidget *widget)

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <string_view>
 
+class QComboBox;
 class QLabel;
 class QWidget;
 
@@ -21,6 +23,9 @@ QLabel *captionLabel(const QString &caption = {});
 QLabel *errorLabel(const QString &objectName);
 // Shows `message` in an error label, or hides it when empty.
 void showError(QLabel *label, const QString &message);
+// A drop-down of `choices` (each its own data), with `current` chosen. A non-null `placeholder`
+// comes first with empty data, and is chosen when `current` is not among the choices.
+QComboBox *choicePicker(const QStringList &choices, const QString &current, const QString &placeholder = QString());
 // Gives any widget's text the secondary colour.
 void useSecondaryText(QWidget *widget);
 

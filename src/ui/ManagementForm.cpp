@@ -61,9 +61,9 @@ ManagementForm::ManagementForm(ServerSession &session,
     const std::optional<ColumnInfo> &column,
     QWidget *parent)
     : JobDialog(session,
-          text(formTitle(kind)),
-          kind == ManagementSheet::createUser ? QStringLiteral("Create user") : QStringLiteral("Apply"),
-          parent)
+        text(formTitle(kind)),
+        kind == ManagementSheet::createUser ? QStringLiteral("Create user") : QStringLiteral("Apply"),
+        parent)
     , m_prompts(prompts)
     , m_kind(kind)
     , m_column(column)

@@ -52,7 +52,8 @@ TestServer TestServer::fromEnvironment()
     server.port = std::stoll(serverValue("TALLOWICK_TEST_PORT", "tls/port"));
     server.plainPort = std::stoll(serverValue("TALLOWICK_TEST_PLAIN_PORT", "plain/port"));
     server.strictPort = std::stoll(serverValue("TALLOWICK_TEST_STRICT_PORT", "strict/port"));
-    server.caPath = exported ? environment("TALLOWICK_TEST_CA") : environment("TALLOWICK_TEST_SERVER_DIR") + "/tls/ca.pem";
+    server.caPath
+        = exported ? environment("TALLOWICK_TEST_CA") : environment("TALLOWICK_TEST_SERVER_DIR") + "/tls/ca.pem";
     return server;
 }
 
