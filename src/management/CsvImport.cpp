@@ -174,6 +174,11 @@ std::vector<std::string> csvInsertStatements(
     return statements;
 }
 
+std::string csvRowCountText(std::size_t count)
+{
+    return std::to_string(count) + (count == 1 ? " row" : " rows");
+}
+
 std::string csvImportStatus(std::size_t rowsDone, std::size_t rowsTotal)
 {
     return std::string(importingCsvStatus) + " " + std::to_string(rowsDone) + " of " + std::to_string(rowsTotal)

@@ -91,6 +91,9 @@ private:
 std::vector<std::string> csvInsertStatements(
     const std::string &database, const std::string &table, const CsvImportPlan &plan, std::size_t maxStatementBytes);
 
+// "1 row", "2 rows"
+std::string csvRowCountText(std::size_t count);
+
 // "Importing CSV… 2000 of 5000 rows"
 std::string csvImportStatus(std::size_t rowsDone, std::size_t rowsTotal);
 

@@ -10,16 +10,6 @@
 namespace tallowick
 {
 
-namespace
-{
-
-std::string rowsText(std::size_t count)
-{
-    return std::to_string(count) + (count == 1 ? " row" : " rows");
-}
-
-} // namespace
-
 void ServerSession::reloadAfter(ManagementSheet kind, const std::string &database, const std::string &table)
 {
     switch (kind) {
@@ -86,7 +76,7 @@ void ServerSession::importCSV(
             if (session.database() == database && session.selectedTable() == table) {
                 session.browse();
                 // Shown while the page reloads (the status only changes while a job runs).
-                session.reportProgress("Imported " + rowsText(rows) + " into " + table);
+                session.reportProgress("Imported " + csvRowCountText(rows) + " into " + table);
             }
         },
         std::move(done));

@@ -23,11 +23,6 @@ namespace tallowick
 namespace
 {
 
-std::string rowsText(std::size_t count)
-{
-    return std::to_string(count) + (count == 1 ? " row" : " rows");
-}
-
 const char *const readOnlyMessage = "This connection is read-only.";
 
 } // namespace
@@ -191,8 +186,8 @@ void CsvImportForm::showPlan()
     }
     const std::size_t total = m_plan->rows.size();
     m_rowCount->setText(total > rows.size()
-            ? QStringLiteral("%1 to import; the first %2 are shown.").arg(text(rowsText(total))).arg(rows.size())
-            : text(rowsText(total) + " to import."));
+            ? QStringLiteral("%1 to import; the first %2 are shown.").arg(text(csvRowCountText(total))).arg(rows.size())
+            : text(csvRowCountText(total) + " to import."));
     updateButtons();
 }
 

@@ -1,5 +1,6 @@
 #include "ui/WelcomeView.h"
 
+#include "ui/LightTheme.h"
 #include "ui/Symbols.h"
 
 #include <QFrame>
@@ -37,7 +38,7 @@ QWidget *tile(const QString &symbol, const QString &title, const QString &captio
     layout->setSpacing(4);
     layout->addWidget(styled(symbol, 1.5, QFont::Normal, QStringLiteral("#0f8f87")));
     layout->addWidget(styled(title, 1.05, QFont::DemiBold, QStringLiteral("#1f2933")));
-    layout->addWidget(styled(caption, 0.95, QFont::Normal, QStringLiteral("#6b7280")));
+    layout->addWidget(styled(caption, 0.95, QFont::Normal, secondaryTextColor().name()));
     return frame;
 }
 

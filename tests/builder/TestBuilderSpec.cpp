@@ -1,8 +1,10 @@
+#include "builder/BuilderEdits.h"
 #include "builder/BuilderSpec.h"
 #include "core/AppError.h"
 #include "support/Checks.h"
 
 #include <QTest>
+#include <functional>
 #include <string>
 
 using namespace tallowick;
@@ -56,6 +58,7 @@ private Q_SLOTS:
     void refuses();
     void finiteNumberText_data();
     void finiteNumberText();
+    void edits();
 };
 
 void TestBuilderSpec::columnReference_data()
@@ -211,6 +214,13 @@ void TestBuilderSpec::refuses_data()
         QTest::addRow("operator \"%s\"", operation) << bad << operatorMessage;
     }
 
+    // The aggregate goes into the statement as it is, so only the listed names pass.
+    for (const char *aggregate : { "sum", "SLEEP", "COUNT(*)" }) {
+        BuilderSpec bad = orders();
+        bad.columns = { { "orders", "total", aggregate } };
+        QTest::addRow("aggregate \"%s\"", aggregate) << bad << QStringLiteral("Unsupported aggregate.");
+    }
+
     for (const std::int64_t limit : { std::int64_t(0), std::int64_t(100001) }) {
         BuilderSpec bad = orders();
         bad.limit = limit;
@@ -261,6 +271,119 @@ void TestBuilderSpec::finiteNumberText()
     QFETCH(QByteArray, text);
     QFETCH(bool, finite);
     QCOMPARE(isFiniteNumberText(text.toStdString()), finite);
+}
+
+// Each edit leaves a query that names only tables it still reads from.
+void TestBuilderSpec::edits()
+{
+    BuilderSpec shaped = orders();
+    shaped.columns = { { "orders", "id", "" }, { "customers", "name", "" }, { "orders_archive", "id", "" } };
+    BuilderJoin customers = join("LEFT JOIN", "customers", "orders.customer_id", "customers.id");
+    BuilderJoin archive = join("INNER JOIN", "orders_archive", "orders.id", "orders_archive.id");
+    shaped.joins = { customers, archive };
+    shaped.filters = { filter("customers.name", "=", "x"), filter("orders.id", ">", "1", true), filter("", "=", "") };
+    shaped.groupBy = { "customers.name", "orders.id" };
+    shaped.orderBy = "customers.name";
+
+    // Without the customers join: every reference to customers goes, and only those.
+    BuilderSpec withoutCustomers = shaped;
+    withoutCustomers.joins = { archive };
+    withoutCustomers.columns = { { "orders", "id", "" }, { "orders_archive", "id", "" } };
+    withoutCustomers.filters = { shaped.filters[1], shaped.filters[2] };
+    withoutCustomers.groupBy = { "orders.id" };
+    withoutCustomers.orderBy.clear();
+
+    BuilderSpec regions = withoutCustomers;
+    regions.joins = { join("LEFT JOIN", "regions", "orders.customer_id", ""), archive };
+    regions.joins[0].id = customers.id;
+
+    BuilderSpec twice = shaped;
+    twice.joins.push_back(join("RIGHT JOIN", "customers", "orders.customer_id", "customers.id"));
+
+    BuilderSpec fresh;
+    fresh.database = "shop";
+    fresh.table = "customers";
+
+    const std::vector<std::string> listed { "orders.id", "orders.total", "customers.name", "orders_archive.id" };
+    BuilderSpec totalAdded = shaped;
+    totalAdded.columns.insert(totalAdded.columns.begin() + 1, BuilderColumn { "orders", "total", "SUM" });
+    BuilderSpec idCounted = shaped;
+    idCounted.columns[0].aggregate = "COUNT";
+    BuilderSpec idCleared = shaped;
+    idCleared.columns.erase(idCleared.columns.begin());
+    BuilderSpec firstFilterGone = shaped;
+    firstFilterGone.filters.erase(firstFilterGone.filters.begin());
+    BuilderSpec groupedByTotal = shaped;
+    groupedByTotal.groupBy.push_back("orders.total");
+    BuilderSpec notGroupedByName = shaped;
+    notGroupedByName.groupBy = { "orders.id" };
+    BuilderSpec secondCustomersLeft = twice;
+    secondCustomersLeft.joins.erase(secondCustomersLeft.joins.begin());
+
+    struct Case {
+        const char *name;
+        BuilderSpec start;
+        std::function<void(BuilderSpec &)> edit;
+        BuilderSpec expected;
+    };
+    const Case cases[] = {
+        { "the same source table keeps the query",
+            shaped,
+            [](BuilderSpec &spec) { chooseSourceTable(spec, "orders"); },
+            shaped },
+        { "another source table starts over in the database",
+            shaped,
+            [](BuilderSpec &spec) { chooseSourceTable(spec, "customers"); },
+            fresh },
+        { "a selected column takes its listed place",
+            shaped,
+            [&](BuilderSpec &spec) {
+                setColumnSelected(spec, { "orders", "total", "SUM" }, true, listed);
+            },
+            totalAdded },
+        { "a new aggregate replaces the column in place",
+            shaped,
+            [&](BuilderSpec &spec) {
+                setColumnSelected(spec, { "orders", "id", "COUNT" }, true, listed);
+            },
+            idCounted },
+        { "a cleared column goes",
+            shaped,
+            [&](BuilderSpec &spec) {
+                setColumnSelected(spec, { "orders", "id", "" }, false, listed);
+            },
+            idCleared },
+        { "a removed join takes its references along",
+            shaped,
+            [&](BuilderSpec &spec) { removeJoin(spec, customers.id); },
+            withoutCustomers },
+        { "a join pointed elsewhere drops the old table's references",
+            shaped,
+            [&](BuilderSpec &spec) { setJoinTable(spec, customers.id, "regions"); },
+            regions },
+        { "a table still joined keeps its references",
+            twice,
+            [&](BuilderSpec &spec) { removeJoin(spec, customers.id); },
+            secondCustomersLeft },
+        { "a removed filter goes",
+            shaped,
+            [&](BuilderSpec &spec) { removeFilter(spec, shaped.filters[0].id); },
+            firstFilterGone },
+        { "grouping is added at the end",
+            shaped,
+            [](BuilderSpec &spec) { setGrouped(spec, "orders.total", true); },
+            groupedByTotal },
+        { "grouping is taken out",
+            shaped,
+            [](BuilderSpec &spec) { setGrouped(spec, "customers.name", false); },
+            notGroupedByName },
+    };
+    for (const Case &test : cases) {
+        BuilderSpec edited = test.start;
+        test.edit(edited);
+        QVERIFY2(edited == test.expected, test.name);
+    }
+    QCOMPARE(sourceTables(twice), (std::vector<std::string> { "orders", "customers", "orders_archive" }));
 }
 
 QTEST_GUILESS_MAIN(TestBuilderSpec)

@@ -1,8 +1,13 @@
+#include "credentials/CredentialMemoryCache.h"
 #include "credentials/Keychain.h"
 #include "support/Checks.h"
 #include "support/FakeSecretStore.h"
 
 #include <QTest>
+#include <atomic>
+#include <chrono>
+#include <latch>
+#include <thread>
 
 using namespace tallowick;
 using tallowick::test::errorFrom;
@@ -20,6 +25,8 @@ private Q_SLOTS:
     void accessFailures();
     void saveFailureNamesTheStatus();
     void undecodableDataIsReported();
+    void lookupsWaitForTheLoaderInFlight_data();
+    void lookupsWaitForTheLoaderInFlight();
 
 private:
     // Items are keyed by the profile's UUID in upper case, without braces.
@@ -127,6 +134,61 @@ void TestKeychain::undecodableDataIsReported()
     QCOMPARE(errorFrom([this] { m_keychain->load(m_id); }), QStringLiteral("The saved password could not be decoded."));
     m_store->items[account()] = "fixed";
     QCOMPARE(m_keychain->load(m_id), std::string("fixed"));
+}
+
+void TestKeychain::lookupsWaitForTheLoaderInFlight_data()
+{
+    QTest::addColumn<bool>("sameProfile");
+
+    QTest::newRow("same profile: loaded once") << true;
+    QTest::newRow("different profiles: never at once") << false;
+}
+
+// The lock is held across the loader. While the first lookup waits for a slow store, a second
+// one waits for it: for the same profile it then finds the answer cached instead of prompting a
+// second time, and two prompts for different profiles can never be on screen at once.
+void TestKeychain::lookupsWaitForTheLoaderInFlight()
+{
+    QFETCH(bool, sameProfile);
+    CredentialMemoryCache cache;
+    const QUuid firstId = QUuid::createUuid();
+    const QUuid secondId = sameProfile ? firstId : QUuid::createUuid();
+    std::atomic<int> calls = 0;
+    std::atomic<int> inFlight = 0;
+    std::atomic<bool> overlapped = false;
+    std::latch loading(1);
+    std::latch release(1);
+    const auto store = [&](const std::string &answer, bool blocks) {
+        return [&, answer, blocks] {
+            ++calls;
+            if (++inFlight > 1) {
+                overlapped = true;
+            }
+            if (blocks) {
+                loading.count_down();
+                release.wait();
+            }
+            --inFlight;
+            return answer;
+        };
+    };
+
+    std::string firstAnswer;
+    std::string secondAnswer;
+    std::thread first([&] { firstAnswer = cache.value(firstId, store("one", true)); });
+    loading.wait();
+    std::thread second([&] { secondAnswer = cache.value(secondId, store("two", false)); });
+    // Give the second lookup time to reach the store; without the lock held across the loader
+    // it would call it now.
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    release.count_down();
+    first.join();
+    second.join();
+
+    QVERIFY(!overlapped);
+    QCOMPARE(calls.load(), sameProfile ? 1 : 2);
+    QCOMPARE(firstAnswer, std::string("one"));
+    QCOMPARE(secondAnswer, std::string(sameProfile ? "one" : "two"));
 }
 
 QTEST_GUILESS_MAIN(TestKeychain)
