@@ -9,27 +9,14 @@
 namespace tallowick
 {
 
-namespace
-{
-
-QStringList aggregateNames()
-{
-    QStringList names;
-    for (const std::string_view aggregate : builderAggregates) {
-        names << text(aggregate);
-    }
-    return names;
-}
-
-} // namespace
-
 BuilderColumnRow::BuilderColumnRow(
     const BuilderColumn &column, bool primary, const BuilderColumn *selected, QWidget *parent)
     : QWidget(parent)
     , m_column(column)
     , m_toggle(new QCheckBox((primary ? QStringLiteral("⚿ ") : QString()) + text(column.id())))
-    , m_aggregate(choicePicker(
-          aggregateNames(), selected ? text(selected->aggregate) : QString(), QStringLiteral("No aggregate")))
+    , m_aggregate(choicePicker(textList(builderAggregates),
+          selected ? text(selected->aggregate) : QString(),
+          QStringLiteral("No aggregate")))
 {
     m_toggle->setChecked(selected != nullptr);
     m_aggregate->setToolTip(QStringLiteral("Aggregate"));

@@ -12,25 +12,11 @@
 namespace tallowick
 {
 
-namespace
-{
-
-QStringList operatorNames()
-{
-    QStringList names;
-    for (const std::string_view operation : builderFilterOperators) {
-        names << text(operation);
-    }
-    return names;
-}
-
-} // namespace
-
 BuilderFilterRow::BuilderFilterRow(const BuilderFilter &filter, const QStringList &references, QWidget *parent)
     : QWidget(parent)
     , m_filter(filter)
     , m_column(choicePicker(references, text(filter.column), QStringLiteral("Column…")))
-    , m_operation(choicePicker(operatorNames(), text(filter.operation)))
+    , m_operation(choicePicker(textList(builderFilterOperators), text(filter.operation)))
     , m_value(new QLineEdit(text(filter.value)))
     , m_numeric(new QCheckBox(QStringLiteral("Number")))
     , m_remove(new QPushButton(symbolIcon(Symbol::xmark), QString()))

@@ -11,25 +11,11 @@
 namespace tallowick
 {
 
-namespace
-{
-
-QStringList joinKinds()
-{
-    QStringList kinds;
-    for (const std::string_view kind : builderJoinKinds) {
-        kinds << text(kind);
-    }
-    return kinds;
-}
-
-} // namespace
-
 BuilderJoinRow::BuilderJoinRow(
     const BuilderJoin &join, const QStringList &tables, const QStringList &references, QWidget *parent)
     : QWidget(parent)
     , m_join(join)
-    , m_kind(choicePicker(joinKinds(), text(join.kind)))
+    , m_kind(choicePicker(textList(builderJoinKinds), text(join.kind)))
     , m_table(choicePicker(tables, text(join.table), QStringLiteral("Table…")))
     , m_left(choicePicker(references, text(join.left), QStringLiteral("Left column…")))
     , m_right(choicePicker(references, text(join.right), QStringLiteral("Right column…")))

@@ -23,6 +23,15 @@ QString text(std::string_view value)
     return QString::fromUtf8(value.data(), static_cast<qsizetype>(value.size()));
 }
 
+QStringList textList(std::span<const std::string_view> values)
+{
+    QStringList list;
+    for (const std::string_view value : values) {
+        list << text(value);
+    }
+    return list;
+}
+
 QLabel *titleLabel(const QString &title)
 {
     auto *label = new QLabel(title);

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <span>
 #include <string_view>
 
 class QComboBox;
@@ -14,6 +15,7 @@ namespace tallowick
 // The pieces every form and sheet is built from, so they look alike.
 
 QString text(std::string_view value);
+QStringList textList(std::span<const std::string_view> values);
 
 // A form's heading: larger, semi-bold.
 QLabel *titleLabel(const QString &title);
