@@ -4,7 +4,6 @@
 #include "support/Checks.h"
 
 #include <QTest>
-#include <functional>
 #include <string>
 
 using namespace tallowick;
@@ -285,104 +284,98 @@ void TestBuilderSpec::edits()
     shaped.groupBy = { "customers.name", "orders.id" };
     shaped.orderBy = "customers.name";
 
+    // Applies `edit` to `start`, and `expect` to a copy of it, and compares.
+    const auto check = [](const char *name, const BuilderSpec &start, auto edit, auto expect) {
+        BuilderSpec edited = start;
+        BuilderSpec expected = start;
+        edit(edited);
+        expect(expected);
+        QVERIFY2(edited == expected, name);
+    };
+    const std::vector<std::string> listed { "orders.id", "orders.total", "customers.name", "orders_archive.id" };
     // Without the customers join: every reference to customers goes, and only those.
-    BuilderSpec withoutCustomers = shaped;
-    withoutCustomers.joins = { archive };
-    withoutCustomers.columns = { { "orders", "id", "" }, { "orders_archive", "id", "" } };
-    withoutCustomers.filters = { shaped.filters[1], shaped.filters[2] };
-    withoutCustomers.groupBy = { "orders.id" };
-    withoutCustomers.orderBy.clear();
+    const auto withoutCustomers = [&](BuilderSpec &spec) {
+        spec.columns = { { "orders", "id", "" }, { "orders_archive", "id", "" } };
+        spec.filters.erase(spec.filters.begin());
+        spec.groupBy = { "orders.id" };
+        spec.orderBy.clear();
+    };
 
-    BuilderSpec regions = withoutCustomers;
-    regions.joins = { join("LEFT JOIN", "regions", "orders.customer_id", ""), archive };
-    regions.joins[0].id = customers.id;
-
+    check(
+        "the same source table keeps the query",
+        shaped,
+        [](BuilderSpec &spec) { chooseSourceTable(spec, "orders"); },
+        [](BuilderSpec &) {});
+    check(
+        "another source table starts over",
+        shaped,
+        [](BuilderSpec &spec) { chooseSourceTable(spec, "customers"); },
+        [](BuilderSpec &spec) {
+            spec = orders();
+            spec.table = "customers";
+        });
+    check(
+        "a selected column takes its listed place",
+        shaped,
+        [&](BuilderSpec &spec) {
+            setColumnSelected(spec, { "orders", "total", "SUM" }, true, listed);
+        },
+        [](BuilderSpec &spec) {
+            spec.columns.insert(spec.columns.begin() + 1, { "orders", "total", "SUM" });
+        });
+    check(
+        "a new aggregate replaces the column in place",
+        shaped,
+        [&](BuilderSpec &spec) {
+            setColumnSelected(spec, { "orders", "id", "COUNT" }, true, listed);
+        },
+        [](BuilderSpec &spec) { spec.columns[0].aggregate = "COUNT"; });
+    check(
+        "a cleared column goes",
+        shaped,
+        [&](BuilderSpec &spec) {
+            setColumnSelected(spec, { "orders", "id", "" }, false, listed);
+        },
+        [](BuilderSpec &spec) { spec.columns.erase(spec.columns.begin()); });
+    check(
+        "a removed join takes its references along",
+        shaped,
+        [&](BuilderSpec &spec) { removeJoin(spec, customers.id); },
+        [&](BuilderSpec &spec) {
+            withoutCustomers(spec);
+            spec.joins = { archive };
+        });
+    check(
+        "a join pointed elsewhere drops the old table's references",
+        shaped,
+        [&](BuilderSpec &spec) { setJoinTable(spec, customers.id, "regions"); },
+        [&](BuilderSpec &spec) {
+            withoutCustomers(spec);
+            spec.joins[0].table = "regions";
+            spec.joins[0].right.clear();
+        });
     BuilderSpec twice = shaped;
     twice.joins.push_back(join("RIGHT JOIN", "customers", "orders.customer_id", "customers.id"));
-
-    BuilderSpec fresh;
-    fresh.database = "shop";
-    fresh.table = "customers";
-
-    const std::vector<std::string> listed { "orders.id", "orders.total", "customers.name", "orders_archive.id" };
-    BuilderSpec totalAdded = shaped;
-    totalAdded.columns.insert(totalAdded.columns.begin() + 1, BuilderColumn { "orders", "total", "SUM" });
-    BuilderSpec idCounted = shaped;
-    idCounted.columns[0].aggregate = "COUNT";
-    BuilderSpec idCleared = shaped;
-    idCleared.columns.erase(idCleared.columns.begin());
-    BuilderSpec firstFilterGone = shaped;
-    firstFilterGone.filters.erase(firstFilterGone.filters.begin());
-    BuilderSpec groupedByTotal = shaped;
-    groupedByTotal.groupBy.push_back("orders.total");
-    BuilderSpec notGroupedByName = shaped;
-    notGroupedByName.groupBy = { "orders.id" };
-    BuilderSpec secondCustomersLeft = twice;
-    secondCustomersLeft.joins.erase(secondCustomersLeft.joins.begin());
-
-    struct Case {
-        const char *name;
-        BuilderSpec start;
-        std::function<void(BuilderSpec &)> edit;
-        BuilderSpec expected;
-    };
-    const Case cases[] = {
-        { "the same source table keeps the query",
-            shaped,
-            [](BuilderSpec &spec) { chooseSourceTable(spec, "orders"); },
-            shaped },
-        { "another source table starts over in the database",
-            shaped,
-            [](BuilderSpec &spec) { chooseSourceTable(spec, "customers"); },
-            fresh },
-        { "a selected column takes its listed place",
-            shaped,
-            [&](BuilderSpec &spec) {
-                setColumnSelected(spec, { "orders", "total", "SUM" }, true, listed);
-            },
-            totalAdded },
-        { "a new aggregate replaces the column in place",
-            shaped,
-            [&](BuilderSpec &spec) {
-                setColumnSelected(spec, { "orders", "id", "COUNT" }, true, listed);
-            },
-            idCounted },
-        { "a cleared column goes",
-            shaped,
-            [&](BuilderSpec &spec) {
-                setColumnSelected(spec, { "orders", "id", "" }, false, listed);
-            },
-            idCleared },
-        { "a removed join takes its references along",
-            shaped,
-            [&](BuilderSpec &spec) { removeJoin(spec, customers.id); },
-            withoutCustomers },
-        { "a join pointed elsewhere drops the old table's references",
-            shaped,
-            [&](BuilderSpec &spec) { setJoinTable(spec, customers.id, "regions"); },
-            regions },
-        { "a table still joined keeps its references",
-            twice,
-            [&](BuilderSpec &spec) { removeJoin(spec, customers.id); },
-            secondCustomersLeft },
-        { "a removed filter goes",
-            shaped,
-            [&](BuilderSpec &spec) { removeFilter(spec, shaped.filters[0].id); },
-            firstFilterGone },
-        { "grouping is added at the end",
-            shaped,
-            [](BuilderSpec &spec) { setGrouped(spec, "orders.total", true); },
-            groupedByTotal },
-        { "grouping is taken out",
-            shaped,
-            [](BuilderSpec &spec) { setGrouped(spec, "customers.name", false); },
-            notGroupedByName },
-    };
-    for (const Case &test : cases) {
-        BuilderSpec edited = test.start;
-        test.edit(edited);
-        QVERIFY2(edited == test.expected, test.name);
-    }
+    check(
+        "a table still joined keeps its references",
+        twice,
+        [&](BuilderSpec &spec) { removeJoin(spec, customers.id); },
+        [](BuilderSpec &spec) { spec.joins.erase(spec.joins.begin()); });
+    check(
+        "a removed filter goes",
+        shaped,
+        [&](BuilderSpec &spec) { removeFilter(spec, shaped.filters[0].id); },
+        [](BuilderSpec &spec) { spec.filters.erase(spec.filters.begin()); });
+    check(
+        "grouping is added at the end",
+        shaped,
+        [](BuilderSpec &spec) { setGrouped(spec, "orders.total", true); },
+        [](BuilderSpec &spec) { spec.groupBy.push_back("orders.total"); });
+    check(
+        "grouping is taken out",
+        shaped,
+        [](BuilderSpec &spec) { setGrouped(spec, "customers.name", false); },
+        [](BuilderSpec &spec) { spec.groupBy = { "orders.id" }; });
     QCOMPARE(sourceTables(twice), (std::vector<std::string> { "orders", "customers", "orders_archive" }));
 }
 
