@@ -5,7 +5,6 @@
 #include "support/Checks.h"
 
 #include <QByteArray>
-#include <QString>
 #include <QTest>
 #include <iterator>
 #include <random>
@@ -14,10 +13,7 @@
 // Lets QCOMPARE print both sides of a failed cell comparison, with NULL told apart from text.
 template <> inline char *QTest::toString<tallowick::Cell>(const tallowick::Cell &cell)
 {
-    if (!cell) {
-        return qstrdup("NULL");
-    }
-    return qstrdup(("\"" + *cell + "\"").c_str());
+    return qstrdup(cell ? ("\"" + *cell + "\"").c_str() : "NULL");
 }
 
 namespace tallowick::test
@@ -36,17 +32,17 @@ inline Cell scalar(MySQLConnection &connection, const std::string &sql)
 // A counter of SHOW SESSION STATUS. Reading it is itself one statement ("Questions" counts it).
 inline long long sessionStatus(MySQLConnection &connection, const std::string &name)
 {
-    const QueryResult result = connection.query("SHOW SESSION STATUS LIKE '" + name + "'");
-    if (result.rows.size() != 1 || result.rows.front().size() < 2 || !result.rows.front()[1]) {
-        throw AppError("No session status named " + name);
-    }
-    return std::stoll(*result.rows.front()[1]);
+    return std::stoll(scalar(connection,
+        "SELECT VARIABLE_VALUE FROM information_schema.SESSION_STATUS"
+        " WHERE VARIABLE_NAME = '"
+            + name + "'")
+                          .value());
 }
 
-// What the server's HEX() returns for these bytes.
-inline QByteArray upperHex(const std::string &bytes)
+// X'...': bytes written without relying on any quoting rule under test.
+inline std::string hexLiteral(const std::string &bytes)
 {
-    return QByteArray::fromStdString(bytes).toHex().toUpper();
+    return "X'" + QByteArray::fromStdString(bytes).toHex().toStdString() + "'";
 }
 
 // Text a user might paste, from pieces that break naive quoting under some SQL mode or character
@@ -55,9 +51,8 @@ inline QByteArray upperHex(const std::string &bytes)
 inline std::string awkwardText(std::mt19937 &random, std::size_t maxPieces)
 {
     // clang-format off
-    static const std::string pieces[] = { "'", "''", "\\", "\\\\", "\\'", "\"", "`", std::string(1, '\0'), "\n",
-        "\r\n", "\r", "%", "_", ";", "-- ", "/*", "a", "Z", "word",
-        "\xF0\x9F\xA7\xB9", /* U+1F9F9 */ "\xEF\xBC\x87" /* fullwidth apostrophe */ };
+    static const std::string pieces[] = { "'", "''", "\\", "\\\\", "\\'", "\"", "`", std::string(1, '\0'), "\n", "\r\n",
+        "\r", "%", "_", ";", "-- ", "/*", "a", "Z", "word", "\xF0\x9F\xA7\xB9" /* U+1F9F9 */, "\xEF\xBC\x87" /* U+FF07 */ };
     // clang-format on
     std::uniform_int_distribution<std::size_t> count(0, maxPieces);
     std::uniform_int_distribution<std::size_t> pick(0, std::size(pieces) - 1);
