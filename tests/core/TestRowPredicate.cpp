@@ -50,8 +50,6 @@ void TestRowPredicate::rowPredicate_data()
 
     QTest::newRow("id NULL") << Names { "id", "name" } << Row { std::nullopt, "x" } << Names { "id" }
                              << QStringLiteral("`id` <=> NULL");
-    QTest::newRow("id empty text is not NULL")
-        << Names { "id" } << Row { "" } << Names { "id" } << QStringLiteral("`id` <=> ''");
     QTest::newRow("back-quote in the name, apostrophe in the value")
         << Names { "we`ird" } << Row { "O'Brien" } << Names { "we`ird" }
         << QStringLiteral("`we``ird` <=> CONVERT(X'4f27427269656e' USING utf8mb4)");

@@ -1,7 +1,6 @@
 #include "client/ClientThreadScope.h"
 #include "client/MySQLConnection.h"
-#include "core/AppError.h"
-#include "core/SqlQuoting.h"
+#include "core/Csv.h"
 #include "management/CsvImport.h"
 #include "session/CsvImportRun.h"
 #include "support/Checks.h"
@@ -14,13 +13,7 @@
 using namespace tallowick;
 using namespace tallowick::test;
 
-namespace
-{
-
-const char *const peopleState = "SELECT id, name, note, amount FROM people ORDER BY id";
-
-} // namespace
-
+// The import's transaction against a real server: all rows or none, committed for everyone.
 class TestCsvImport final : public QObject
 {
     Q_OBJECT
@@ -28,21 +21,21 @@ class TestCsvImport final : public QObject
 private Q_SLOTS:
     void initTestCase();
     void init();
-    void cleanupTestCase();
 
-    void importReadsBackExactly_data();
-    void importReadsBackExactly();
     void awkwardTextInManySmallBatches();
-    void failedImportLeavesTableUnchanged_data();
-    void failedImportLeavesTableUnchanged();
-    void readOnlyProfileIsRefused();
-    void tableThatCannotRollBackIsRefused();
+    void failureInTheLastBatchLeavesTableUnchanged();
+    void refusals_data();
+    void refusals();
 
 private:
     MySQLConnection &connection() { return m_scratch->connection(); }
-    // Imports into people with \\N read as NULL, noting each progress report.
-    std::size_t import(const std::string &file, std::size_t maxStatementBytes);
-    Grid people() { return grid(connection().query(peopleState).rows); }
+    // Imports into `table` with \\N read as NULL, noting each progress report.
+    std::size_t import(MySQLConnection &client, const char *table, const std::string &file, std::size_t maxBytes);
+    // The people table as `client` sees it: another session sees only what was committed.
+    static Grid people(MySQLConnection &client)
+    {
+        return grid(client.query("SELECT id, name, note, amount FROM people ORDER BY id").rows);
+    }
 
     // Slots run on the main thread, which therefore needs the client library's set-up.
     ClientThreadScope m_clientThread;
@@ -54,17 +47,13 @@ private:
 
 void TestCsvImport::initTestCase()
 {
-    try {
-        m_server = TestServer::fromEnvironment();
-        m_scratch = std::make_unique<ScratchDatabase>(m_server);
-        m_otherSession = m_server.connect();
-        m_otherSession->use(m_scratch->name());
-        m_scratch->run("CREATE TABLE people (id INT PRIMARY KEY, name VARCHAR(100) NULL, note TEXT NULL, "
-                       "amount DECIMAL(10,2) NULL, doubled INT AS (id * 2) VIRTUAL) ENGINE=InnoDB");
-        m_scratch->run("CREATE TABLE archive (id INT PRIMARY KEY, name VARCHAR(100) NULL) ENGINE=MyISAM");
-    } catch (const AppError &error) {
-        QFAIL(error.what());
-    }
+    m_server = TestServer::fromEnvironment();
+    m_scratch = std::make_unique<ScratchDatabase>(m_server);
+    m_otherSession = m_server.connect();
+    m_otherSession->use(m_scratch->name());
+    m_scratch->run("CREATE TABLE people (id INT PRIMARY KEY, name VARCHAR(100) NULL, note TEXT NULL, "
+                   "amount DECIMAL(10,2) NULL, doubled INT AS (id * 2) VIRTUAL) ENGINE=InnoDB");
+    m_scratch->run("CREATE TABLE archive (id INT PRIMARY KEY, name VARCHAR(100) NULL) ENGINE=MyISAM");
 }
 
 void TestCsvImport::init()
@@ -77,64 +66,19 @@ void TestCsvImport::init()
     m_progress.clear();
 }
 
-void TestCsvImport::cleanupTestCase()
+std::size_t TestCsvImport::import(
+    MySQLConnection &client, const char *table, const std::string &file, std::size_t maxBytes)
 {
-    m_otherSession.reset();
-    m_scratch.reset();
-}
-
-std::size_t TestCsvImport::import(const std::string &file, std::size_t maxStatementBytes)
-{
-    const CsvImportPlan plan = planCsvImport(file, connection().columns(m_scratch->name(), "people"), true);
-    return runCsvImport(
-        connection(),
-        m_scratch->name(),
-        "people",
-        plan,
-        [this, &plan](std::size_t done, std::size_t total) {
-            QCOMPARE(total, plan.rows.size());
-            m_progress.append(done);
-        },
-        maxStatementBytes);
-}
-
-void TestCsvImport::importReadsBackExactly_data()
-{
-    QTest::addColumn<QByteArray>("file"); // read with \N as NULL
-    QTest::addColumn<Grid>("expected"); // rows 2 and up of people: id, name, note, amount
-
-    const QVariant null;
-    // clang-format off
-    // Quotes, commas and line breaks inside quoted fields come back from the random text below.
-    QTest::newRow("\\N is NULL, but empty stays empty")
-        << QByteArray("id,name,note,amount\n2,\\N,,\\N\n")
-        << Grid { { text("2"), null, text(""), null } };
-    QTest::newRow("4-byte characters, apostrophes and backslashes")
-        << QByteArray("\xEF\xBB\xBFID,Name,Note\n2,\xF0\x9F\xA7\xB9 Zo\xC3\xAB,O'Brien\\path\\'; DROP TABLE people; --\n")
-        << Grid { { text("2"), text("\xF0\x9F\xA7\xB9 Zo\xC3\xAB"), text("O'Brien\\path\\'; DROP TABLE people; --"), null } };
-    QTest::newRow("numbers as text into DECIMAL, header in another order")
-        << QByteArray("amount,id\n12.50,2\n-0.01,3\n")
-        << Grid { { text("2"), null, null, text("12.50") }, { text("3"), null, null, text("-0.01") } };
-    // clang-format on
-}
-
-void TestCsvImport::importReadsBackExactly()
-{
-    QFETCH(QByteArray, file);
-    QFETCH(Grid, expected);
-
-    const std::size_t rows = import(file.toStdString(), csvDefaultStatementBytes);
-    QCOMPARE(rows, static_cast<std::size_t>(expected.size()));
-    QCOMPARE(m_progress, QList<std::size_t> { rows });
-
-    expected.prepend(Cells { text("1"), text("already here"), QVariant(), QVariant() });
-    QCOMPARE(people(), expected);
-    // Committed, not just visible inside this session's transaction.
-    QCOMPARE(grid(m_otherSession->query(peopleState).rows), expected);
+    const CsvImportPlan plan = planCsvImport(file, connection().columns(m_scratch->name(), table), true);
+    const auto progress = [this, &plan](std::size_t done, std::size_t total) {
+        QCOMPARE(total, plan.rows.size());
+        m_progress.append(done);
+    };
+    return runCsvImport(client, m_scratch->name(), table, plan, progress, maxBytes);
 }
 
 // Random text a user might paste, through the CSV writer's own quoting, in statements of about a
-// kilobyte: every value comes back byte for byte.
+// kilobyte: every value comes back byte for byte, committed for other sessions to see.
 void TestCsvImport::awkwardTextInManySmallBatches()
 {
     // clang-format off
@@ -145,104 +89,74 @@ void TestCsvImport::awkwardTextInManySmallBatches()
     std::uniform_int_distribution<std::size_t> count(0, 12);
     std::uniform_int_distribution<std::size_t> pick(0, std::size(pieces) - 1);
 
-    std::string file = "id,note\r\n";
+    QueryResult rows;
+    rows.fields.resize(2);
+    rows.fields[0].name = "id";
+    rows.fields[1].name = "note";
     Grid expected { { text("1"), text("already here"), QVariant(), QVariant() } };
     for (int id = 2; id <= 400; ++id) {
         std::string value;
         for (std::size_t n = count(random); n > 0; --n) {
             value += pieces[pick(random)];
         }
-        std::string quoted;
-        for (const char c : value) {
-            quoted += c == '"' ? "\"\"" : std::string(1, c);
-        }
-        file += std::to_string(id) + ",\"" + quoted + "\"\r\n";
+        rows.rows.push_back({ std::to_string(id), value });
         // Quoted \N is NULL to the importer, as the option says.
         const QVariant cell = value == "\\N" ? QVariant() : QVariant(QByteArray::fromStdString(value));
         expected.append(Cells { QVariant(QByteArray::number(id)), QVariant(), cell, QVariant() });
     }
 
-    QCOMPARE(import(file, 1024), std::size_t(399));
+    QCOMPARE(import(connection(), "people", SQL::csv(rows), 1024), std::size_t(399));
     QVERIFY2(m_progress.size() > 5, qPrintable(QString::number(m_progress.size())));
     QCOMPARE(m_progress.back(), std::size_t(399));
     QVERIFY(std::is_sorted(m_progress.begin(), m_progress.end()));
-    QCOMPARE(people(), expected);
+    QCOMPARE(people(connection()), expected);
+    QCOMPARE(people(*m_otherSession), expected);
 }
 
-void TestCsvImport::failedImportLeavesTableUnchanged_data()
+void TestCsvImport::failureInTheLastBatchLeavesTableUnchanged()
 {
-    QTest::addColumn<QByteArray>("file");
-    QTest::addColumn<QString>("message"); // its start: the server adds where it failed
-
-    QByteArray late = "id,name,amount\n";
-    QByteArray existing = "id,name\n";
+    QByteArray file = "id,name,amount\n";
     for (int id = 2; id < 200; ++id) {
-        late += QByteArray::number(id) + ",row " + QByteArray::number(id) + ",1.25\n";
-        existing += QByteArray::number(id) + ",row\n";
+        file += QByteArray::number(id) + ",row " + QByteArray::number(id) + ",1.25\n";
     }
-    late += "200,last,not a number\n";
-    existing += "1,clashes with the row already there\n";
-
-    QTest::newRow("text into DECIMAL in the last batch")
-        << late << "MySQL 1366: Incorrect decimal value: 'not a number' for column";
-    QTest::newRow("key of a row already in the table")
-        << existing << "MySQL 1062: Duplicate entry '1' for key 'PRIMARY'";
-}
-
-void TestCsvImport::failedImportLeavesTableUnchanged()
-{
-    QFETCH(QByteArray, file);
-    QFETCH(QString, message);
-
-    const Grid before = people();
-    const QString error = errorFrom([&] { import(file.toStdString(), 512); });
-    QVERIFY2(error.startsWith(message), qPrintable(error));
+    file += "200,last,not a number\n";
+    const Grid before = people(connection());
+    const QString error = errorFrom([&] { import(connection(), "people", file.toStdString(), 512); });
+    QVERIFY2(error.startsWith("MySQL 1366: Incorrect decimal value: 'not a number' for column"), qPrintable(error));
     // Earlier statements were sent, and acknowledged, before the failing one.
     QVERIFY2(m_progress.size() >= 3, qPrintable(QString::number(m_progress.size())));
-    QCOMPARE(people(), before);
-    QCOMPARE(grid(m_otherSession->query(peopleState).rows), before);
-
-    // The session is back in autocommit: a later write is committed at once.
-    connection().query("INSERT INTO people (id, name) VALUES (999, 'after')");
-    QCOMPARE(m_otherSession->query("SELECT name FROM people WHERE id = 999").rows, std::vector<Row> { { "after" } });
+    QCOMPARE(people(connection()), before);
+    QCOMPARE(people(*m_otherSession), before);
 }
 
-void TestCsvImport::readOnlyProfileIsRefused()
+// Refused before anything is sent: a read-only profile, and a table whose engine (MyISAM) cannot
+// roll back, where a failure halfway would leave the first statements in the table.
+void TestCsvImport::refusals_data()
 {
+    QTest::addColumn<bool>("readOnly");
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("read-only profile") << true << QStringLiteral("This connection is read-only.");
+    QTest::newRow("MyISAM table") << false
+                                  << QStringLiteral("This table's storage engine cannot roll back a failed import. "
+                                                    "Convert the table to InnoDB, or use SQL import.");
+}
+
+void TestCsvImport::refusals()
+{
+    QFETCH(bool, readOnly);
+    QFETCH(QString, message);
     ConnectionProfile profile = m_server.profile();
-    profile.readOnly = true;
-    const auto readOnly = m_server.connect(profile);
-    const CsvImportPlan plan
-        = planCsvImport("id,name\n2,new\n", connection().columns(m_scratch->name(), "people"), true);
-
-    bool progressed = false;
-    QCOMPARE(errorFrom([&] {
-        runCsvImport(
-            *readOnly,
-            m_scratch->name(),
-            "people",
-            plan,
-            [&](std::size_t, std::size_t) { progressed = true; },
-            csvDefaultStatementBytes);
-    }),
-        QStringLiteral("This connection is read-only."));
-    QVERIFY(!progressed);
-    QCOMPARE(people(), (Grid { { text("1"), text("already here"), QVariant(), QVariant() } }));
-}
-
-// MyISAM cannot roll back: a failure halfway would leave the first statements in the table.
-void TestCsvImport::tableThatCannotRollBackIsRefused()
-{
+    profile.readOnly = readOnly;
+    const auto client = m_server.connect(profile);
     QByteArray file = "id,name\n";
     for (int id = 1; id < 100; ++id) {
         file += QByteArray::number(id) + ",row\n";
     }
-    file += "1,duplicate\n";
-    const CsvImportPlan plan
-        = planCsvImport(file.toStdString(), connection().columns(m_scratch->name(), "archive"), true);
-    QCOMPARE(errorFrom([&] { runCsvImport(connection(), m_scratch->name(), "archive", plan, {}, 256); }),
-        QStringLiteral("This table's storage engine cannot roll back a failed import. Convert the table to InnoDB, "
-                       "or use SQL import."));
+    const char *const table = readOnly ? "people" : "archive";
+    QCOMPARE(errorFrom([&] { import(*client, table, (file + "1,duplicate\n").toStdString(), 256); }), message);
+    QVERIFY(m_progress.isEmpty());
+    QCOMPARE(people(connection()), (Grid { { text("1"), text("already here"), QVariant(), QVariant() } }));
     QCOMPARE(connection().query("SELECT COUNT(*) FROM archive").rows, std::vector<Row> { { "0" } });
 }
 

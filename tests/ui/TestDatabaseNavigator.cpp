@@ -1,14 +1,12 @@
 #include "client/ClientThreadScope.h"
 #include "core/SqlQuoting.h"
 #include "support/SessionHarness.h"
-#include "support/WidgetDriving.h"
 #include "ui/DatabaseNavigator.h"
 
+#include <QAction>
 #include <QClipboard>
-#include <QContextMenuEvent>
 #include <QGuiApplication>
 #include <QLineEdit>
-#include <QMenu>
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
@@ -17,345 +15,198 @@
 using namespace tallowick;
 using namespace tallowick::test;
 
-// The navigator over a live session: a scratch "shop" database with tables, a view and a table
+namespace
+{
+
+// The navigator over a live session: a scratch "shop" database with a table, a view and a table
 // whose name holds a back-quote, and a second scratch database without tables.
+struct Navigator {
+    ClientThreadScope clientThread; // the scratch databases are set up from this thread
+    SessionHarness harness;
+    ScratchDatabase shop { harness.server };
+    ScratchDatabase empty { harness.server };
+    std::unique_ptr<ServerSession> session = harness.session(harness.profile());
+    std::unique_ptr<DatabaseNavigator> navigator;
+
+    ~Navigator() { settle(*session); }
+
+    bool open()
+    {
+        shop.run("CREATE TABLE orders (id INT PRIMARY KEY, customer INT)");
+        shop.run("CREATE VIEW orders_by_customer AS SELECT customer, COUNT(*) AS n FROM orders GROUP BY customer");
+        shop.run("CREATE TABLE " + SQL::identifier("we`ird") + " (id INT PRIMARY KEY)");
+        // Connect after the scratch databases exist so the session lists them.
+        if (!connectAndSettle(*session)) {
+            return false;
+        }
+        navigator = std::make_unique<DatabaseNavigator>(*session);
+        navigator->resize(360, 700);
+        navigator->show();
+        return QTest::qWaitForWindowExposed(navigator.get());
+    }
+
+    // The row of a database or a table (the names are unique here).
+    QTreeWidgetItem *row(const std::string &text) const
+    {
+        const auto flags = Qt::MatchExactly | Qt::MatchRecursive;
+        return navigator->tree()->findItems(QString::fromStdString(text), flags).value(0);
+    }
+    void click(const std::string &text)
+    {
+        navigator->tree()->scrollToItem(row(text));
+        const QPoint center = navigator->tree()->visualItemRect(row(text)).center();
+        QTest::mouseClick(navigator->tree()->viewport(), Qt::LeftButton, {}, center);
+    }
+    // Clicks a collapsed database's row and waits for whatever the click asked of the session.
+    bool expand(const std::string &database)
+    {
+        click(database);
+        return settle(*session) && navigator->isExpanded(database);
+    }
+};
+
+} // namespace
+
 class TestDatabaseNavigator final : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
-    void collapsingSendsNothing_data();
-    void collapsingSendsNothing();
-    void reexpandingAnEmptyCurrentDatabaseReloadsIt();
-    void filterKeepsDatabasesOfMatchingTables_data();
+    void expandingChoosesAndCollapsingSendsNothing();
     void filterKeepsDatabasesOfMatchingTables();
-    void openingATable_data();
-    void openingATable();
-    void contextMenuOffersTheTableActions();
-    void selectInNewTabDoublesTheBackQuote();
+    void openingTablesAndViews();
+    void tableActionsCopyTheNameAndOpenASelect();
     void refreshKeepsExpansionAndScrollPosition();
-
-private:
-    QTreeWidgetItem *databaseRow(const std::string &name) const;
-    QTreeWidgetItem *tableRow(const std::string &database, const std::string &table) const;
-    QStringList childTexts(const std::string &database) const;
-    void click(QTreeWidgetItem *item);
-    // Clicks the database's row and waits for whatever the click asked of the session.
-    bool expand(const std::string &database);
-    // Opens the table's context menu the way a right click does.
-    QMenu *contextMenu(const std::string &database, const std::string &table);
-
-    ClientThreadScope m_clientThread; // the scratch databases are set up from this thread
-    std::unique_ptr<SessionHarness> m_harness;
-    std::unique_ptr<ScratchDatabase> m_shop;
-    std::unique_ptr<ScratchDatabase> m_empty;
-    std::unique_ptr<ServerSession> m_session;
-    std::unique_ptr<DatabaseNavigator> m_navigator;
 };
 
-void TestDatabaseNavigator::init()
-{
-    m_harness = std::make_unique<SessionHarness>();
-    m_shop = std::make_unique<ScratchDatabase>(m_harness->server);
-    m_shop->run("CREATE TABLE customers (id INT PRIMARY KEY, name VARCHAR(50))");
-    m_shop->run("CREATE TABLE orders (id INT PRIMARY KEY, customer INT)");
-    m_shop->run("CREATE TABLE order_lines (id INT PRIMARY KEY, item VARCHAR(50))");
-    m_shop->run("CREATE VIEW orders_by_customer AS SELECT customer, COUNT(*) AS n FROM orders GROUP BY customer");
-    m_shop->run("CREATE TABLE " + SQL::identifier("we`ird") + " (id INT PRIMARY KEY)");
-    m_shop->run("INSERT INTO " + SQL::identifier("we`ird") + " VALUES (7)");
-    m_empty = std::make_unique<ScratchDatabase>(m_harness->server);
-
-    // Connect after the scratch databases exist so the session lists them.
-    m_session = m_harness->session(m_harness->profile());
-    QVERIFY(connectAndSettle(*m_session));
-    m_navigator = std::make_unique<DatabaseNavigator>(*m_session);
-    m_navigator->resize(360, 700);
-    m_navigator->show();
-    QVERIFY(QTest::qWaitForWindowExposed(m_navigator.get()));
-    QVERIFY(databaseRow(m_shop->name()));
-    QVERIFY(databaseRow(m_empty->name()));
-}
-
-void TestDatabaseNavigator::cleanup()
-{
-    if (m_session) {
-        QVERIFY(settle(*m_session));
-    }
-    m_navigator.reset();
-    m_session.reset();
-    m_empty.reset();
-    m_shop.reset();
-    m_harness.reset();
-}
-
-QTreeWidgetItem *TestDatabaseNavigator::databaseRow(const std::string &name) const
-{
-    QTreeWidget *tree = m_navigator->tree();
-    for (int index = 0; index < tree->topLevelItemCount(); ++index) {
-        if (tree->topLevelItem(index)->text(0) == QString::fromStdString(name)) {
-            return tree->topLevelItem(index);
-        }
-    }
-    return nullptr;
-}
-
-QTreeWidgetItem *TestDatabaseNavigator::tableRow(const std::string &database, const std::string &table) const
-{
-    QTreeWidgetItem *row = databaseRow(database);
-    for (int index = 0; row && index < row->childCount(); ++index) {
-        if (row->child(index)->text(0) == QString::fromStdString(table)) {
-            return row->child(index);
-        }
-    }
-    return nullptr;
-}
-
-QStringList TestDatabaseNavigator::childTexts(const std::string &database) const
-{
-    QStringList texts;
-    const QTreeWidgetItem *row = databaseRow(database);
-    for (int index = 0; row && index < row->childCount(); ++index) {
-        texts << row->child(index)->text(0);
-    }
-    return texts;
-}
-
-void TestDatabaseNavigator::click(QTreeWidgetItem *item)
-{
-    QVERIFY(item);
-    QTreeWidget *tree = m_navigator->tree();
-    tree->scrollToItem(item);
-    QTest::mouseClick(tree->viewport(), Qt::LeftButton, {}, tree->visualItemRect(item).center());
-}
-
-bool TestDatabaseNavigator::expand(const std::string &database)
-{
-    QTreeWidgetItem *row = databaseRow(database);
-    if (!row || m_navigator->isExpanded(database)) {
-        return false;
-    }
-    click(row);
-    return settle(*m_session) && m_navigator->isExpanded(database);
-}
-
-QMenu *TestDatabaseNavigator::contextMenu(const std::string &database, const std::string &table)
-{
-    QTreeWidgetItem *row = tableRow(database, table);
-    if (!row) {
-        return nullptr;
-    }
-    QTreeWidget *tree = m_navigator->tree();
-    tree->scrollToItem(row);
-    const QPoint position = tree->visualItemRect(row).center();
-    QContextMenuEvent event(QContextMenuEvent::Mouse, position, tree->viewport()->mapToGlobal(position));
-    QCoreApplication::sendEvent(tree->viewport(), &event);
-    const QList<QMenu *> menus = m_navigator->findChildren<QMenu *>();
-    return menus.isEmpty() ? nullptr : menus.last();
-}
-
-void TestDatabaseNavigator::collapsingSendsNothing_data()
-{
-    QTest::addColumn<bool>("current");
-    QTest::newRow("the current database") << true;
-    QTest::newRow("an expanded database that is not current") << false;
-}
-
 // Expanding a database chooses it (marked in bold) and keeps the others open, since expansion is
-// the user's; collapsing one, current or not, asks nothing of the server.
-void TestDatabaseNavigator::collapsingSendsNothing()
+// the user's; collapsing one, current or not, asks nothing of the server. Only an empty table
+// list of the current database is read again when it is expanded once more.
+void TestDatabaseNavigator::expandingChoosesAndCollapsingSendsNothing()
 {
-    QFETCH(bool, current);
-    QVERIFY(m_session->database().empty());
-    QVERIFY(expand(m_empty->name()));
-    QVERIFY(expand(m_shop->name()));
-    QCOMPARE(m_session->database(), m_shop->name());
-    QVERIFY(databaseRow(m_shop->name())->font(0).bold());
-    QVERIFY(!databaseRow(m_empty->name())->font(0).bold());
-    QVERIFY(m_navigator->isExpanded(m_empty->name()));
+    Navigator n;
+    QVERIFY(n.open());
+    QSignalSpy busyChanges(n.session.get(), &ServerSession::busyChanged);
+    QVERIFY(n.expand(n.empty.name()));
+    QCOMPARE(n.row(n.empty.name())->child(0)->text(0), QStringLiteral("No tables"));
+    n.click(n.empty.name());
+    n.empty.run("CREATE TABLE late_arrival (id INT)");
+    busyChanges.clear();
+    QVERIFY(n.expand(n.empty.name()));
+    QCOMPARE(busyChanges.count(), 2);
+    QVERIFY(n.row("late_arrival"));
 
-    const std::string target = current ? m_shop->name() : m_empty->name();
-    const std::string status = m_session->status();
-    QSignalSpy busyChanges(m_session.get(), &ServerSession::busyChanged);
-
-    click(databaseRow(target));
-
-    QVERIFY(!m_navigator->isExpanded(target));
+    QVERIFY(n.expand(n.shop.name()));
+    QCOMPARE(n.session->database(), n.shop.name());
+    QVERIFY(n.row(n.shop.name())->font(0).bold() && !n.row(n.empty.name())->font(0).bold());
+    QVERIFY(n.navigator->isExpanded(n.empty.name()));
+    busyChanges.clear();
+    n.click(n.empty.name());
+    n.click(n.shop.name());
+    QVERIFY(!n.navigator->isExpanded(n.empty.name()) && !n.navigator->isExpanded(n.shop.name()));
+    QVERIFY(n.expand(n.shop.name())); // its tables are known
     QCOMPARE(busyChanges.count(), 0);
-    QCOMPARE(m_session->status(), status);
-    QCOMPARE(m_session->database(), m_shop->name());
-}
-
-void TestDatabaseNavigator::reexpandingAnEmptyCurrentDatabaseReloadsIt()
-{
-    QVERIFY(expand(m_empty->name()));
-    QCOMPARE(childTexts(m_empty->name()), QStringList { QStringLiteral("No tables") });
-    click(databaseRow(m_empty->name()));
-    QVERIFY(!m_navigator->isExpanded(m_empty->name()));
-
-    m_empty->run("CREATE TABLE late_arrival (id INT)");
-    click(databaseRow(m_empty->name()));
-    QVERIFY(m_session->busy()); // an empty list of the current database is read again
-    QVERIFY(settle(*m_session));
-    QCOMPARE(childTexts(m_empty->name()), QStringList { QStringLiteral("late_arrival") });
-
-    // With its tables known, expanding it again needs nothing from the server.
-    click(databaseRow(m_empty->name()));
-    click(databaseRow(m_empty->name()));
-    QVERIFY(m_navigator->isExpanded(m_empty->name()));
-    QVERIFY(!m_session->busy());
-}
-
-void TestDatabaseNavigator::filterKeepsDatabasesOfMatchingTables_data()
-{
-    QTest::addColumn<QString>("filter");
-    QTest::addColumn<bool>("shopListed");
-    QTest::addColumn<QStringList>("shopRows");
-    QTest::addColumn<bool>("emptyListed");
-
-    QTest::newRow("table name in another case")
-        << "ORDERS" << true << QStringList { "orders", "orders_by_customer" } << false;
-    QTest::newRow("database name: tables that do not match are hidden")
-        << "{shop}" << true << QStringList { "No tables" } << false;
-    QTest::newRow("nothing matches") << "no such thing" << false << QStringList() << false;
+    QCOMPARE(n.session->database(), n.shop.name());
 }
 
 void TestDatabaseNavigator::filterKeepsDatabasesOfMatchingTables()
 {
-    QFETCH(QString, filter);
-    QFETCH(bool, shopListed);
-    QFETCH(QStringList, shopRows);
-    QFETCH(bool, emptyListed);
-
-    QVERIFY(expand(m_shop->name()));
-    filter.replace(QStringLiteral("{shop}"), QString::fromStdString(m_shop->name()).toLower());
-    m_navigator->filterField()->setFocus();
-    QTest::keyClicks(m_navigator->filterField(), filter);
-
-    QCOMPARE(databaseRow(m_shop->name()) != nullptr, shopListed);
-    QStringList rows = childTexts(m_shop->name());
-    rows.sort(); // the server's listing order is not what is tested here
-    QCOMPARE(rows, shopRows);
-    QCOMPARE(databaseRow(m_empty->name()) != nullptr, emptyListed);
-    QVERIFY(!m_session->busy()); // filtering is local
-}
-
-void TestDatabaseNavigator::openingATable_data()
-{
-    QTest::addColumn<QString>("table");
-    QTest::addColumn<int>("kind");
-    QTest::addColumn<bool>("fromMenu");
-
-    const int table = static_cast<int>(DatabaseNavigator::ItemKind::table);
-    QTest::newRow("table") << "orders" << table << false;
-    QTest::newRow("view") << "orders_by_customer" << static_cast<int>(DatabaseNavigator::ItemKind::view) << false;
-    QTest::newRow("back-quoted name") << "we`ird" << table << false;
-    QTest::newRow("\"Open data\" in the menu") << "customers" << table << true;
-}
-
-void TestDatabaseNavigator::openingATable()
-{
-    QFETCH(QString, table);
-    QFETCH(int, kind);
-    QFETCH(bool, fromMenu);
-
-    QVERIFY(expand(m_shop->name()));
-    QVERIFY(expand(m_empty->name())); // the table's database is not the current one
-    QTreeWidgetItem *row = tableRow(m_shop->name(), table.toStdString());
-    QVERIFY(row);
-    QCOMPARE(row->data(0, DatabaseNavigator::ItemKindRole).toInt(), kind);
-    QSignalSpy opened(m_navigator.get(), &DatabaseNavigator::tableOpened);
-
-    if (fromMenu) {
-        QMenu *menu = contextMenu(m_shop->name(), table.toStdString());
-        QVERIFY(menu);
-        actionTitled(menu->actions(), QStringLiteral("Open data"))->trigger();
-        menu->close();
-    } else {
-        click(row);
+    Navigator n;
+    QVERIFY(n.open());
+    QVERIFY(n.expand(n.shop.name()));
+    const QString shop = QString::fromStdString(n.shop.name());
+    const std::pair<QString, QStringList> cases[] = {
+        { QStringLiteral("ORDERS"), { shop, "orders", "orders_by_customer" } },
+        // The database's own name: it stays, but tables that do not match are hidden.
+        { shop.toUpper(), { shop, "No tables" } },
+        { QStringLiteral("no such thing"), {} },
+    };
+    for (const auto &[filter, expected] : cases) {
+        n.navigator->filterField()->clear();
+        QTest::keyClicks(n.navigator->filterField(), filter);
+        QStringList shown;
+        for (QTreeWidgetItemIterator item(n.navigator->tree()); *item; ++item) {
+            shown << (*item)->text(0);
+        }
+        QCOMPARE(shown, expected);
+        QVERIFY(!n.session->busy()); // filtering is local
     }
-    QCOMPARE(opened.count(), 1);
-    QCOMPARE(opened.at(0).at(0).toString(), table);
-    // Still loading: the clicked row is the highlighted one already.
-    QVERIFY(m_session->busy());
-    QCOMPARE(m_navigator->tree()->currentItem()->text(0), table);
-    QVERIFY(settle(*m_session));
-
-    QCOMPARE(m_session->error(), OptionalText());
-    QCOMPARE(m_session->selectedTable(), table.toStdString());
-    QCOMPARE(m_session->database(), m_shop->name());
-    QCOMPARE(m_session->mode(), WorkspaceMode::data);
 }
 
-void TestDatabaseNavigator::contextMenuOffersTheTableActions()
+// A click on a table of a database that is not the current one, or "Open data" on a view, opens
+// it there; the row is highlighted while it still loads.
+void TestDatabaseNavigator::openingTablesAndViews()
 {
-    QVERIFY(expand(m_shop->name()));
-    QGuiApplication::clipboard()->setText(QStringLiteral("something else"));
-    QMenu *menu = contextMenu(m_shop->name(), "we`ird");
-    QVERIFY(menu);
-    QCOMPARE(actionTexts(menu->actions()),
-        QStringList({ QStringLiteral("Open data"),
-            QStringLiteral("SELECT in new tab"),
-            QStringLiteral("Copy qualified name") }));
-    actionTitled(menu->actions(), QStringLiteral("Copy qualified name"))->trigger();
-    menu->close();
-    QCOMPARE(QGuiApplication::clipboard()->text(), QString::fromStdString("`" + m_shop->name() + "`.`we``ird`"));
+    Navigator n;
+    QVERIFY(n.open());
+    QVERIFY(n.expand(n.shop.name()));
+    QVERIFY(n.expand(n.empty.name()));
+    QSignalSpy opened(n.navigator.get(), &DatabaseNavigator::tableOpened);
+    for (const std::string table : { "we`ird", "orders_by_customer" }) {
+        const bool view = table != "we`ird";
+        QCOMPARE(n.row(table)->data(0, DatabaseNavigator::ItemKindRole).toInt(),
+            static_cast<int>(view ? DatabaseNavigator::ItemKind::view : DatabaseNavigator::ItemKind::table));
+        if (view) {
+            n.navigator->tableActions(n.shop.name(), table, this).value(0)->trigger();
+        } else {
+            n.click(table);
+        }
+        QCOMPARE(opened.takeFirst().at(0).toString().toStdString(), table);
+        QVERIFY(n.session->busy());
+        QCOMPARE(n.navigator->tree()->currentItem(), n.row(table));
+        QVERIFY(settle(*n.session));
+        QCOMPARE(n.session->error(), OptionalText());
+        QCOMPARE(n.session->selectedTable(), table);
+        QCOMPARE(n.session->database(), n.shop.name());
+        QCOMPARE(n.session->mode(), WorkspaceMode::data);
+        n.session->chooseDatabase(n.empty.name());
+        QVERIFY(settle(*n.session));
+    }
 }
 
-void TestDatabaseNavigator::selectInNewTabDoublesTheBackQuote()
+void TestDatabaseNavigator::tableActionsCopyTheNameAndOpenASelect()
 {
-    QVERIFY(expand(m_shop->name()));
-    const std::size_t tabsBefore = m_session->tabs().size();
-    m_session->setMode(WorkspaceMode::data);
-    QMenu *menu = contextMenu(m_shop->name(), "we`ird");
-    QVERIFY(menu);
-    actionTitled(menu->actions(), QStringLiteral("SELECT in new tab"))->trigger();
-    menu->close();
-
-    QCOMPARE(m_session->tabs().size(), tabsBefore + 1);
-    const QueryTab tab = m_session->tabs().back();
-    QCOMPARE(tab.sql, "SELECT * FROM `" + m_shop->name() + "`.`we``ird`\nLIMIT 500;");
-    QCOMPARE(m_session->activeTab(), tab.id);
-    QCOMPARE(m_session->mode(), WorkspaceMode::query);
-
-    // The server reads it as the table it names.
-    m_session->run();
-    QVERIFY(settle(*m_session));
-    const QueryTab ran = m_session->tabs().back();
-    QVERIFY(ran.result);
-    QCOMPARE(ran.result->rows, std::vector<Row> { Row { Cell("7") } });
+    Navigator n;
+    QVERIFY(n.open());
+    const QList<QAction *> actions = n.navigator->tableActions(n.shop.name(), "we`ird", this);
+    QCOMPARE(actions.size(), 3);
+    const QString name = QString::fromStdString("`" + n.shop.name() + "`.`we``ird`");
+    actions[2]->trigger(); // Copy qualified name
+    QCOMPARE(QGuiApplication::clipboard()->text(), name);
+    n.session->setMode(WorkspaceMode::data);
+    actions[1]->trigger(); // SELECT in new tab
+    QCOMPARE(n.session->tabs().size(), std::size_t(2));
+    QCOMPARE(QString::fromStdString(n.session->tabs().back().sql), "SELECT * FROM " + name + "\nLIMIT 500;");
+    QCOMPARE(n.session->activeTab(), n.session->tabs().back().id);
+    QCOMPARE(n.session->mode(), WorkspaceMode::query);
 }
 
 void TestDatabaseNavigator::refreshKeepsExpansionAndScrollPosition()
 {
-    QVERIFY(expand(m_empty->name()));
-    QVERIFY(expand(m_shop->name()));
-    click(tableRow(m_shop->name(), "customers"));
-    QVERIFY(settle(*m_session));
+    Navigator n;
+    QVERIFY(n.open());
+    QVERIFY(n.expand(n.empty.name()));
+    QVERIFY(n.expand(n.shop.name()));
+    n.click("orders");
+    QVERIFY(settle(*n.session));
     // Short enough that the list scrolls, and scrolled away from the highlighted table, which
-    // the refresh must not drag back into view.
-    m_navigator->resize(360, 140);
-    QTreeWidget *tree = m_navigator->tree();
+    // the refresh must not drag back into view. Which end hides it depends on how many
+    // databases the server holds.
+    n.navigator->resize(360, 140);
+    QTreeWidget *tree = n.navigator->tree();
     QVERIFY(QTest::qWaitFor([tree] { return tree->verticalScrollBar()->maximum() > 0; }));
     const auto highlightInView
         = [tree] { return tree->viewport()->rect().intersects(tree->visualItemRect(tree->currentItem())); };
-    // Which end hides it depends on how many databases the server holds.
     tree->scrollToBottom();
     if (highlightInView()) {
         tree->scrollToTop();
     }
     QVERIFY(!highlightInView());
     const int scroll = tree->verticalScrollBar()->value();
-
-    m_session->loadTables(m_shop->name());
-    QVERIFY(m_session->busy());
-    QVERIFY(settle(*m_session));
-
+    n.session->loadTables(n.shop.name());
+    QVERIFY(settle(*n.session));
     QCOMPARE(tree->verticalScrollBar()->value(), scroll);
-    QVERIFY(m_navigator->isExpanded(m_shop->name()));
-    QVERIFY(m_navigator->isExpanded(m_empty->name()));
+    QVERIFY(n.navigator->isExpanded(n.shop.name()) && n.navigator->isExpanded(n.empty.name()));
 }
 
 QTEST_MAIN(TestDatabaseNavigator)

@@ -1,25 +1,27 @@
-#include "session/ServerSession.h"
+#include "core/AppError.h"
 #include "store/AppStore.h"
 #include "support/SessionHarness.h"
 #include "support/WidgetDriving.h"
+#include "ui/AppIcon.h"
 #include "ui/ConnectionRow.h"
 #include "ui/ConnectionSheet.h"
 #include "ui/MainWindow.h"
+#include "ui/NativeGrid.h"
+#include "ui/QueryWorkspace.h"
+#include "ui/QuitPrompts.h"
 #include "ui/RootView.h"
 #include "ui/SQLEditor.h"
 #include "ui/SessionView.h"
 #include "ui/Sidebar.h"
 #include "ui/WelcomeView.h"
+#include "ui/WindowGeometry.h"
 
 #include <QClipboard>
-#include <QCloseEvent>
 #include <QGuiApplication>
 #include <QLineEdit>
-#include <QMenuBar>
 #include <QStandardItemModel>
 #include <QTableView>
 #include <QTemporaryDir>
-#include <QTest>
 
 using namespace tallowick;
 using namespace tallowick::test;
@@ -33,175 +35,137 @@ struct WindowFixture {
     AppStore store { folder.path().toStdString(), harness.keychain, harness.prompts };
     MainWindow window { store, harness.prompts };
 
-    // Saves a profile through the store and waits for the keyring work to come back.
-    bool save(const ConnectionProfile &profile)
+    bool showActive()
     {
-        bool finished = false;
-        store.save(profile, harness.server.password, [&finished](const auto &) { finished = true; });
-        return QTest::qWaitFor([&finished] { return finished; }, 10000);
+        window.show();
+        window.activateWindow();
+        return QTest::qWaitForWindowActive(&window);
     }
 
-    std::vector<std::string> rowNames() const
+    // Connects the profile and shows the window; the query workspace of its session, or null.
+    QueryWorkspace *connect(const ConnectionProfile &profile)
     {
-        std::vector<std::string> names;
-        for (const ConnectionRow *row : window.rootView()->sidebar()->rows()) {
-            names.push_back(row->profile().name);
+        store.connect(profile);
+        const bool ready = settle(*store.active()) && showActive();
+        return ready ? window.rootView()->sessionView(profile.id)->queryWorkspace() : nullptr;
+    }
+
+    QStringList asked() const
+    {
+        QStringList texts;
+        for (const auto &question : harness.prompts.asked) {
+            texts << QString::fromStdString(question.text);
         }
-        return names;
+        return texts;
     }
 };
 
 } // namespace
 
-// The main window as a user meets it: its menus, the sidebar and the welcome page, and the
-// commands that act on the active session.
+// The main window as a user meets it: the sidebar and the welcome page, the commands that act on
+// the active session, and what quitting asks.
 class TestMainWindow final : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void menusInOrderWithShortcuts();
-    void newQueryTabNeedsAnActiveSession();
-    void searchFiltersTheConnectionList();
-    void duplicateOpensTheSheetWithACopy();
-    void closingAsksWhileAQueryRuns();
+    void firstWindowSizeAndIcon();
+    void sidebarSearchesAndDuplicates();
+    void commandsActOnTheActiveSession();
+    void quitAsksAboutRunningQueriesThenUnsavedTabs();
     void closingRightAfterTypingAsksAboutTheUnsavedTab();
     void editCopyReachesAViewWithoutACopySlot();
 };
 
-void TestMainWindow::menusInOrderWithShortcuts()
+void TestMainWindow::firstWindowSizeAndIcon()
 {
-    WindowFixture fixture;
-    QStringList layout;
-    for (QAction *menu : fixture.window.menuBar()->actions()) {
-        layout << menu->text() + QStringLiteral(":");
-        for (QAction *item : menu->menu()->actions()) {
-            layout << (item->isSeparator() ? QStringLiteral("-")
-                                           : item->text() + QStringLiteral(" [")
-                        + item->shortcut().toString(QKeySequence::PortableText) + u']');
-        }
-    }
-    const QStringList expected {
-        "Tallowick:",
-        "About Tallowick []",
-        "-",
-        "Hide Tallowick [Ctrl+H]",
-        "-",
-        "Quit Tallowick [Ctrl+Q]",
-        "File:",
-        "New Connection… [Ctrl+N]",
-        "New Query Tab [Ctrl+T]",
-        "Open SQL Script… [Ctrl+O]",
-        "Save Query… [Ctrl+S]",
-        "Edit:",
-        "Undo [Ctrl+Z]",
-        "Cut [Ctrl+X]",
-        "Copy [Ctrl+C]",
-        "Paste [Ctrl+V]",
-        "Select All [Ctrl+A]",
-        "Query:",
-        "Run Query [Ctrl+Return]",
-        "Query Builder [Ctrl+B]",
-        "View:",
-        "Toggle Full Screen [F11]",
-        "Help:",
-        "Tallowick Guide [F1]",
-    };
-    QCOMPARE(layout, expected);
+    QCOMPARE(initialWindowSize(QRect(0, 0, 1280, 800)), QSize(1203, 720));
+    QCOMPARE(initialWindowSize(QRect(0, 0, 2560, 1440)), QSize(1460, 940)); // both caps
+    QCOMPARE(initialWindowSize(std::nullopt), QSize(1354, 810));
+    QVERIFY_THROWS_EXCEPTION(AppError, createAppIcon("/nonexistent-folder/for/icon.png"));
 }
 
-// Also: the welcome page stays until a session is active, even with a profile selected.
-void TestMainWindow::newQueryTabNeedsAnActiveSession()
-{
-    WindowFixture fixture;
-    fixture.window.show();
-    fixture.window.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&fixture.window));
-    QTest::keyClick(&fixture.window, Qt::Key_T, Qt::ControlModifier); // nothing active: nothing happens
-    QVERIFY(fixture.store.sessions().empty());
-
-    const ConnectionProfile first = fixture.harness.profile("First");
-    const ConnectionProfile second = fixture.harness.profile("Second");
-    QVERIFY(fixture.save(first));
-    QVERIFY(fixture.save(second));
-    RootView *root = fixture.window.rootView();
-    fixture.store.setSelected(second.id);
-    QCOMPARE(root->detail(), root->welcome());
-    ServerSession *inactive = fixture.store.session(first);
-    fixture.store.connect(second);
-    ServerSession *active = fixture.store.active();
-    QVERIFY(active);
-    QCOMPARE(root->detail(), root->sessionView(active->id()));
-    QVERIFY(settle(*active));
-    fixture.window.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&fixture.window));
-    QTest::keyClick(&fixture.window, Qt::Key_T, Qt::ControlModifier);
-    QCOMPARE(active->tabs().size(), std::size_t(2));
-    QCOMPARE(active->tabs()[1].title, std::string("Query 2"));
-    QCOMPARE(active->activeTab(), active->tabs()[1].id);
-    QCOMPARE(inactive->tabs().size(), std::size_t(1));
-}
-
-void TestMainWindow::searchFiltersTheConnectionList()
+void TestMainWindow::sidebarSearchesAndDuplicates()
 {
     WindowFixture fixture;
     for (const char *name : { "Production", "Staging", "Local demo" }) {
-        QVERIFY(fixture.save(fixture.harness.profile(name)));
+        bool saved = false;
+        fixture.store.save(fixture.harness.profile(name), {}, [&saved](const auto &) { saved = true; });
+        QVERIFY(QTest::qWaitFor([&saved] { return saved; }, 10000));
     }
-    QCOMPARE(fixture.rowNames(), (std::vector<std::string> { "Production", "Staging", "Local demo" }));
-    QLineEdit *search = fixture.window.rootView()->sidebar()->searchField();
-    QTest::keyClicks(search, "STAG");
-    QCOMPARE(fixture.rowNames(), std::vector<std::string> { "Staging" });
-    search->clear();
-    QTest::keyClicks(search, "nothing like it");
-    QVERIFY(fixture.rowNames().empty());
-    search->clear();
-    QCOMPARE(fixture.rowNames(), (std::vector<std::string> { "Production", "Staging", "Local demo" }));
-}
+    const auto &rows = fixture.window.rootView()->sidebar()->rows();
+    QTest::keyClicks(fixture.window.rootView()->sidebar()->searchField(), "STAG");
+    QCOMPARE(rows.size(), std::size_t(1));
+    const ConnectionProfile staging = rows.front()->profile();
+    QCOMPARE(staging.name, std::string("Staging"));
 
-void TestMainWindow::duplicateOpensTheSheetWithACopy()
-{
-    WindowFixture fixture;
-    fixture.window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&fixture.window));
-    const ConnectionProfile prod = fixture.harness.profile("Prod");
-    QVERIFY(fixture.save(prod));
-    ConnectionRow *row = fixture.window.rootView()->sidebar()->rows().front();
-    const QList<QAction *> actions = row->menuActions(row);
-    QCOMPARE(actionTexts(actions),
-        (QStringList { "Connect", "Edit connection…", "Duplicate connection", "Remove connection…" }));
-    actionTitled(actions, QStringLiteral("Duplicate connection"))->trigger();
+    // The copy is a profile of its own, saved only from the sheet.
+    actionTitled(rows.front()->menuActions(rows.front()), QStringLiteral("Duplicate connection"))->trigger();
     QVERIFY(QTest::qWaitFor([&fixture] { return fixture.window.rootView()->sheet() != nullptr; }, 5000));
     ConnectionSheet *sheet = fixture.window.rootView()->sheet();
-    QCOMPARE(sheet->nameField()->text(), QStringLiteral("Prod copy"));
-    QVERIFY(sheet->profile().id != prod.id);
-    QCOMPARE(sheet->profile().host, prod.host);
-    QCOMPARE(sheet->title(), QStringLiteral("New connection")); // a copy is a profile of its own
-    sheet->reject();
-    QVERIFY(QTest::qWaitFor([&fixture] { return !fixture.store.showConnection(); }, 5000));
-    QCOMPARE(fixture.store.profiles().size(), std::size_t(1));
-    QCOMPARE(fixture.rowNames(), std::vector<std::string> { "Prod" });
+    QCOMPARE(sheet->nameField()->text(), QStringLiteral("Staging copy"));
+    QCOMPARE(sheet->profile().host, staging.host);
+    QVERIFY(sheet->profile().id != staging.id);
+    QCOMPARE(sheet->title(), QStringLiteral("New connection"));
+    QCOMPARE(fixture.store.profiles().size(), std::size_t(3));
 }
 
-void TestMainWindow::closingAsksWhileAQueryRuns()
+// New Query Tab and Run Query act on the active session only, the welcome page staying until
+// there is one. In the editor, Ctrl+Return runs the selection, although Run Query has the same
+// keys for any focus inside the window; elsewhere that runs the whole tab.
+void TestMainWindow::commandsActOnTheActiveSession()
 {
     WindowFixture fixture;
-    fixture.window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&fixture.window));
-    const ConnectionProfile profile = fixture.harness.profile("Busy");
-    QVERIFY(fixture.save(profile));
-    fixture.store.connect(profile);
+    QVERIFY(fixture.showActive());
+    QTest::keyClick(&fixture.window, Qt::Key_T, Qt::ControlModifier);
+    QVERIFY(fixture.store.sessions().empty());
+    const ConnectionProfile second = fixture.harness.profile("Second");
+    fixture.store.setSelected(second.id);
+    QCOMPARE(fixture.window.rootView()->detail(), fixture.window.rootView()->welcome());
+    ServerSession *inactive = fixture.store.session(fixture.harness.profile("First"));
+    QueryWorkspace *workspace = fixture.connect(second);
+    QVERIFY(workspace);
     ServerSession *session = fixture.store.active();
+    QCOMPARE(fixture.window.rootView()->detail(), fixture.window.rootView()->sessionView(second.id));
+    QTest::keyClick(&fixture.window, Qt::Key_T, Qt::ControlModifier);
+    QCOMPARE(inactive->tabs().size(), std::size_t(1));
+    QCOMPARE(session->tabs().size(), std::size_t(2));
+    QCOMPARE(session->activeTab(), session->tabs()[1].id);
+
+    SQLEditor *editor = workspace->editor();
+    editor->setFocus();
+    QTest::keyClicks(editor, "SELECT 'whole'; SELECT 'part'");
+    QTextCursor cursor = editor->textCursor();
+    cursor.setPosition(16, QTextCursor::KeepAnchor);
+    editor->setTextCursor(cursor);
+    QTest::keyClick(editor, Qt::Key_Return, Qt::ControlModifier);
     QVERIFY(settle(*session));
-    session->run("SELECT SLEEP(1)");
+    QCOMPARE(session->tabs()[1].results.size(), std::size_t(1));
+    QCOMPARE(session->tabs()[1].result->rows.at(0).at(0), Cell("part"));
+    workspace->grid()->setFocus();
+    QTest::keyClick(workspace->grid(), Qt::Key_Return, Qt::ControlModifier);
+    QVERIFY(settle(*session));
+    QCOMPARE(session->tabs()[1].results.size(), std::size_t(2));
+}
+
+void TestMainWindow::quitAsksAboutRunningQueriesThenUnsavedTabs()
+{
+    WindowFixture fixture;
+    ServerSession *session = fixture.store.session(fixture.harness.profile());
+    QVERIFY(confirmQuit(fixture.store, fixture.harness.prompts)); // nothing at stake: no question
+    QVERIFY(connectAndSettle(*session));
+    session->setTabSQL(session->activeTab(), "SELECT SLEEP(2)");
+    session->run();
+    // Declining the first question asks nothing more and leaves the query running.
+    QVERIFY(!confirmQuit(fixture.store, fixture.harness.prompts));
     QVERIFY(session->busy());
-    fixture.harness.prompts.confirmations = { false };
-    QVERIFY(!fixture.window.close());
-    QVERIFY(fixture.window.isVisible());
-    QCOMPARE(fixture.harness.prompts.asked.back().text, std::string("Quit while a query is running?"));
+    fixture.harness.prompts.confirmations = { true, false, true, true };
+    QVERIFY(!confirmQuit(fixture.store, fixture.harness.prompts));
+    QVERIFY(confirmQuit(fixture.store, fixture.harness.prompts));
+    const QString running = QStringLiteral("Quit while a query is running?");
+    const QString unsaved = QStringLiteral("Quit with unsaved query tabs?");
+    QCOMPARE(fixture.asked(), QStringList({ running, running, unsaved, running, unsaved }));
     QVERIFY(settle(*session));
-    QVERIFY(fixture.window.close()); // idle and nothing unsaved: closes without asking
-    QCOMPARE(fixture.harness.prompts.asked.size(), std::size_t(1));
 }
 
 // A large script's latest typing waits in the editor for a pause; quitting before the pause must
@@ -209,36 +173,16 @@ void TestMainWindow::closingAsksWhileAQueryRuns()
 void TestMainWindow::closingRightAfterTypingAsksAboutTheUnsavedTab()
 {
     WindowFixture fixture;
-    fixture.window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&fixture.window));
-    const ConnectionProfile profile = fixture.harness.profile("Typing");
-    QVERIFY(fixture.save(profile));
-    fixture.store.connect(profile);
-    ServerSession *session = fixture.store.active();
-    QVERIFY(settle(*session));
-    std::string script;
-    while (script.size() <= std::size_t(SQLEditor::largeTextCharacters)) {
-        script += "SELECT 1;\n";
-    }
-    session->newTab(script, std::string("Large"));
-    QVERIFY(!session->tabs().back().dirty);
-    SQLEditor *editor = nullptr;
-    QVERIFY(QTest::qWaitFor([&] {
-        for (SQLEditor *candidate : fixture.window.findChildren<SQLEditor *>()) {
-            if (candidate->isVisible() && !candidate->isReadOnly()
-                && candidate->document()->characterCount() > SQLEditor::largeTextCharacters) {
-                editor = candidate;
-            }
-        }
-        return editor != nullptr;
-    }));
-    QTest::keyClicks(editor, QStringLiteral("x"));
-    QVERIFY(editor->hasPendingEdit());
-
-    fixture.harness.prompts.confirmations = { false };
+    QueryWorkspace *workspace = fixture.connect(fixture.harness.profile());
+    QVERIFY(workspace);
+    QString script = QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 1);
+    fixture.store.active()->newTab(script.toStdString());
+    QVERIFY(!fixture.store.active()->tabs().back().dirty);
+    workspace->editor()->setFocus();
+    QTest::keyClicks(workspace->editor(), QStringLiteral("x"));
+    QVERIFY(workspace->editor()->hasPendingEdit());
     QVERIFY(!fixture.window.close());
-    QCOMPARE(fixture.harness.prompts.asked.size(), std::size_t(1));
-    QCOMPARE(fixture.harness.prompts.asked.back().text, std::string("Quit with unsaved query tabs?"));
+    QCOMPARE(fixture.asked(), QStringList { "Quit with unsaved query tabs?" });
 }
 
 // The grid copies on its own key, not through a slot: the menu item must still reach it.
@@ -252,15 +196,8 @@ void TestMainWindow::editCopyReachesAViewWithoutACopySlot()
     view.show();
     view.activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(&view));
-    view.setFocus();
     view.setCurrentIndex(model.index(0, 0));
-    QGuiApplication::clipboard()->setText(QStringLiteral("before"));
-
-    QAction *edit = actionTitled(fixture.window.menuBar()->actions(), QStringLiteral("Edit"));
-    QVERIFY(edit);
-    QAction *copy = actionTitled(edit->menu()->actions(), QStringLiteral("Copy"));
-    QVERIFY(copy);
-    copy->trigger();
+    fixture.window.action(QStringLiteral("Copy"))->trigger();
     QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("cell text"));
 }
 
