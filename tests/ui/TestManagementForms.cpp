@@ -1,5 +1,6 @@
 #include "client/ClientThreadScope.h"
 #include "client/MySQLConnection.h"
+#include "support/Checks.h"
 #include "support/SessionHarness.h"
 #include "ui/ColumnDraftEditor.h"
 #include "ui/ManagementForm.h"
@@ -54,10 +55,10 @@ class TestManagementForms final : public QObject
             kind == ManagementSheet::modifyColumn ? edited : std::nullopt);
     }
 
-    // Clicks the acting button with the review answered by `confirm`.
-    static void apply(ManagementForm &form, std::deque<bool> answers, ScriptedPrompts &prompts)
+    // Clicks the acting button, with the review answered from `answers`.
+    void apply(ManagementForm &form, std::deque<bool> answers)
     {
-        prompts.confirmations = std::move(answers);
+        m_harness.prompts.confirmations = std::move(answers);
         part<QPushButton>(form, "apply")->click();
     }
 
@@ -142,7 +143,7 @@ private Q_SLOTS:
             part(*form, "name")->setText(test.name);
             QCOMPARE(form->previewText(), QString());
             QSignalSpy statuses(test.session, &ServerSession::statusChanged);
-            apply(*form, { true }, m_harness.prompts);
+            apply(*form, { true });
             QCOMPARE(form->errorText(), test.error);
             QVERIFY(m_harness.prompts.asked.empty());
             QCOMPARE(statuses.count(), 0);
@@ -160,14 +161,14 @@ private Q_SLOTS:
             if (QLineEdit *password = part(*form, "password")) {
                 password->setText("pw");
             }
-            apply(*form, { false }, m_harness.prompts);
+            apply(*form, { false });
             QCOMPARE(m_harness.prompts.asked.size(), std::size_t(1));
             const ScriptedPrompts::Question &asked = m_harness.prompts.asked[0];
             QCOMPARE(asked.kind, std::string(kind == ManagementSheet::createUser ? "action" : "sql"));
             QVERIFY(kind == ManagementSheet::createUser || asked.text == form->previewText().toStdString());
             QCOMPARE(form->errorText(), QString());
 
-            apply(*form, { true }, m_harness.prompts);
+            apply(*form, { true });
             QCOMPARE(form->errorText(), QStringLiteral("Connect to this server first."));
             QVERIFY(form->isVisible() && part<QPushButton>(*form, "apply")->isEnabled());
         }
@@ -187,7 +188,7 @@ private Q_SLOTS:
         QVERIFY(m_harness.prompts.asked.empty());
         QVERIFY(settle(*m_session) && button->isEnabled());
 
-        apply(*form, { true }, m_harness.prompts);
+        apply(*form, { true });
         QVERIFY(settle(*m_session));
         QCOMPARE(form->errorText(), QString());
         QCOMPARE(form->result(), int(QDialog::Accepted));
@@ -203,7 +204,7 @@ private Q_SLOTS:
         const auto form = open(ManagementSheet::createUser);
         part(*form, "name")->setText(QString::fromStdString(m_user));
         part(*form, "password")->setText("it's \"secret\"");
-        apply(*form, { true }, m_harness.prompts);
+        apply(*form, { true });
         QVERIFY(settle(*m_session));
         QCOMPARE(form->result(), int(QDialog::Accepted));
         const RowList &listed = m_session->metadata().rows;
@@ -211,7 +212,7 @@ private Q_SLOTS:
         ConnectionProfile login = m_harness.server.profile();
         login.user = m_user;
         MySQLConnection connection(login);
-        connection.connect("it's \"secret\"");
+        QCOMPARE(errorFrom([&] { connection.connect("it's \"secret\""); }), QStringLiteral("(no error)"));
         QCOMPARE(connection.query("SELECT CURRENT_USER()").rows, std::vector<Row> { { m_user + "@%" } });
     }
 };
