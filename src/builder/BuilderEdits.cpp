@@ -97,6 +97,26 @@ void removeJoin(BuilderSpec &spec, const QUuid &join)
     dropStaleReferences(spec);
 }
 
+void updateJoinCondition(BuilderSpec &spec, const BuilderJoin &edited)
+{
+    for (BuilderJoin &join : spec.joins) {
+        if (join.id == edited.id) {
+            join.kind = edited.kind;
+            join.left = edited.left;
+            join.right = edited.right;
+        }
+    }
+}
+
+void updateFilter(BuilderSpec &spec, const BuilderFilter &edited)
+{
+    std::replace_if(
+        spec.filters.begin(),
+        spec.filters.end(),
+        [&edited](const BuilderFilter &f) { return f.id == edited.id; },
+        edited);
+}
+
 void removeFilter(BuilderSpec &spec, const QUuid &filter)
 {
     std::erase_if(spec.filters, [&filter](const BuilderFilter &candidate) { return candidate.id == filter; });

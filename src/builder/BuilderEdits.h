@@ -29,6 +29,11 @@ void setColumnSelected(
 void setJoinTable(BuilderSpec &spec, const QUuid &join, const std::string &table);
 void removeJoin(BuilderSpec &spec, const QUuid &join);
 
+// Takes a join's kind and condition from `edited`, the join with the same id; its table changes
+// only through setJoinTable.
+void updateJoinCondition(BuilderSpec &spec, const BuilderJoin &edited);
+// Replaces the filter with the same id.
+void updateFilter(BuilderSpec &spec, const BuilderFilter &edited);
 void removeFilter(BuilderSpec &spec, const QUuid &filter);
 // Adds `reference` (table.column) to GROUP BY, at the end, or takes it out.
 void setGrouped(BuilderSpec &spec, const std::string &reference, bool grouped);

@@ -152,18 +152,13 @@ void ServerSession::failJob(const std::string &title, const std::string &message
     }
 }
 
-bool ServerSession::perform(const std::string &title,
-    std::function<void(MySQLConnection &)> task,
-    std::function<void(ServerSession &)> done,
-    Failed failed)
+void ServerSession::perform(
+    const std::string &title, std::function<void(MySQLConnection &)> task, std::function<void(ServerSession &)> done)
 {
-    return enqueue(
-        title,
-        [task = std::move(task), done = std::move(done)](MySQLConnection &client) -> Completion {
-            task(client);
-            return done;
-        },
-        std::move(failed));
+    enqueue(title, [task = std::move(task), done = std::move(done)](MySQLConnection &client) -> Completion {
+        task(client);
+        return done;
+    });
 }
 
 void ServerSession::performFor(
@@ -173,12 +168,14 @@ void ServerSession::performFor(
         done("Wait for this connection's current operation to finish.");
         return;
     }
-    const bool started = perform(
+    const bool started = enqueue(
         title,
-        std::move(task),
-        [then = std::move(then), done](ServerSession &session) {
-            then(session);
-            done(std::nullopt);
+        [task = std::move(task), then = std::move(then), done](MySQLConnection &client) -> Completion {
+            task(client);
+            return [then, done](ServerSession &session) {
+                then(session);
+                done(std::nullopt);
+            };
         },
         [done](const std::string &message) { done(message); });
     if (!started) {

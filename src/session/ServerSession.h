@@ -226,24 +226,22 @@ private:
 
     // The single entry for server work: drops the call while busy, refuses it while disconnected,
     // shows `title` as the status while `task` runs on the lane, then hands its value to `done`
-    // on the main thread. A failure shows the error and the status `title` + " failed", and is
-    // also handed to `failed`. False when the job did not start.
+    // on the main thread. A failure shows the error and the status `title` + " failed".
     template <typename T>
-    bool perform(const std::string &title,
+    void perform(const std::string &title,
         std::function<T(MySQLConnection &)> task,
-        std::function<void(ServerSession &, T)> done,
-        Failed failed = {});
-    bool perform(const std::string &title,
+        std::function<void(ServerSession &, T)> done);
+    void perform(const std::string &title,
         std::function<void(MySQLConnection &)> task,
-        std::function<void(ServerSession &)> done,
-        Failed failed = {});
+        std::function<void(ServerSession &)> done);
 
     // Starts a job for an operation a form waits for, and tells `done` how it ended.
     void performFor(
         const std::string &title, std::function<void(MySQLConnection &)> task, Completion then, Finished done);
     void reloadAfter(ManagementSheet kind, const std::string &database, const std::string &table);
 
-    bool enqueue(const std::string &title, Job job, Failed failed);
+    // Starts `job` on the lane; false when it did not start. A failure is also handed to `failed`.
+    bool enqueue(const std::string &title, Job job, Failed failed = {});
     void finishJob(const Completion &completion);
     void failJob(const std::string &title, const std::string &message, const Failed &failed);
     void startConnecting(const std::string &password);
@@ -309,18 +307,13 @@ private:
 };
 
 template <typename T>
-bool ServerSession::perform(const std::string &title,
-    std::function<T(MySQLConnection &)> task,
-    std::function<void(ServerSession &, T)> done,
-    Failed failed)
+void ServerSession::perform(
+    const std::string &title, std::function<T(MySQLConnection &)> task, std::function<void(ServerSession &, T)> done)
 {
-    return enqueue(
-        title,
-        [task = std::move(task), done = std::move(done)](MySQLConnection &client) -> Completion {
-            // The value travels to the main thread by copy; nothing of the lane is shared with it.
-            return [done, value = task(client)](ServerSession &session) mutable { done(session, std::move(value)); };
-        },
-        std::move(failed));
+    enqueue(title, [task = std::move(task), done = std::move(done)](MySQLConnection &client) -> Completion {
+        // The value travels to the main thread by copy; nothing of the lane is shared with it.
+        return [done, value = task(client)](ServerSession &session) mutable { done(session, std::move(value)); };
+    });
 }
 
 } // namespace tallowick

@@ -408,15 +408,7 @@ void BuilderPanel::rebuildForm()
         auto *row = new BuilderJoinRow(join, tableNames(), references);
         m_joinsLayout->addWidget(row);
         QObject::connect(row, &BuilderJoinRow::edited, this, [this](const BuilderJoin &edited) {
-            change([&edited](BuilderSpec &target) {
-                for (BuilderJoin &existing : target.joins) {
-                    if (existing.id == edited.id) {
-                        existing.kind = edited.kind;
-                        existing.left = edited.left;
-                        existing.right = edited.right;
-                    }
-                }
-            });
+            change([&edited](BuilderSpec &target) { updateJoinCondition(target, edited); });
         });
         QObject::connect(row, &BuilderJoinRow::tableChosen, this, [this](const QUuid &id, const QString &table) {
             const std::string chosen = table.toStdString();
@@ -435,13 +427,7 @@ void BuilderPanel::rebuildForm()
         auto *row = new BuilderFilterRow(filter, references);
         m_filtersLayout->addWidget(row);
         QObject::connect(row, &BuilderFilterRow::edited, this, [this](const BuilderFilter &edited) {
-            change([&edited](BuilderSpec &target) {
-                for (BuilderFilter &existing : target.filters) {
-                    if (existing.id == edited.id) {
-                        existing = edited;
-                    }
-                }
-            });
+            change([&edited](BuilderSpec &target) { updateFilter(target, edited); });
         });
         QObject::connect(row, &BuilderFilterRow::removeClicked, this, [this](const QUuid &id) {
             change([&id](BuilderSpec &target) { removeFilter(target, id); });

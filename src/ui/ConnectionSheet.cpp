@@ -374,8 +374,7 @@ void ConnectionSheet::setErrorText(const QString &text)
     if (m_error->text() == text) {
         return;
     }
-    m_error->setText(text);
-    m_error->setVisible(!text.isEmpty());
+    showError(m_error, text);
     Q_EMIT errorTextChanged(text);
 }
 
