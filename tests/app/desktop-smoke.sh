@@ -6,6 +6,8 @@ set -eu
 program=$1
 home=$(mktemp -d)
 trap 'rm -rf "$home"' EXIT
+# The window must reach the virtual display, whatever platform the caller chose.
+export QT_QPA_PLATFORM=xcb
 export HOME="$home" XDG_DATA_HOME="$home/data" XDG_CONFIG_HOME="$home/config" XDG_CACHE_HOME="$home/cache"
 mkdir -p "$XDG_DATA_HOME/Tallowick"
 cat >"$XDG_DATA_HOME/Tallowick/connections.json" <<'JSON'

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <latch>
 #include <thread>
+#include <tuple>
 
 using namespace tallowick;
 using tallowick::test::errorFrom;
@@ -19,13 +20,9 @@ class TestKeychain final : public QObject
 
 private Q_SLOTS:
     void init();
-    void loadsEachItemOnce();
-    void saveAndRemoveKeepTheCacheInStep();
-    void accessFailures_data();
+    void cacheFollowsTheStore();
     void accessFailures();
-    void saveFailureNamesTheStatus();
-    void undecodableDataIsReported();
-    void lookupsWaitForTheLoaderInFlight_data();
+    void saveFailureAndUndecodableData();
     void lookupsWaitForTheLoaderInFlight();
 
 private:
@@ -33,7 +30,6 @@ private:
     std::string account() const { return m_id.toString(QUuid::WithoutBraces).toUpper().toStdString(); }
 
     std::shared_ptr<FakeSecretStore> m_store;
-    std::shared_ptr<CredentialMemoryCache> m_cache;
     std::unique_ptr<Keychain> m_keychain;
     QUuid m_id;
 };
@@ -41,27 +37,19 @@ private:
 void TestKeychain::init()
 {
     m_store = std::make_shared<FakeSecretStore>();
-    m_cache = std::make_shared<CredentialMemoryCache>();
     m_id = QUuid::createUuid();
-    m_keychain = std::make_unique<Keychain>(m_store, m_cache);
+    m_keychain = std::make_unique<Keychain>(m_store, std::make_shared<CredentialMemoryCache>());
 }
 
-// A missing item is an answer too, remembered like a password.
-void TestKeychain::loadsEachItemOnce()
+// Each item is read once; a missing item is an answer too, remembered like a password.
+void TestKeychain::cacheFollowsTheStore()
 {
     const QUuid missing = QUuid::createUuid();
-    m_store->items[account()] = "s3cret";
+    m_store->items[account()] = "old";
     for (int round = 0; round < 2; ++round) {
-        QCOMPARE(m_keychain->load(m_id), std::string("s3cret"));
+        QCOMPARE(m_keychain->load(m_id), std::string("old"));
         QCOMPARE(m_keychain->load(missing), std::string());
     }
-    QCOMPARE(m_store->reads, 2);
-}
-
-void TestKeychain::saveAndRemoveKeepTheCacheInStep()
-{
-    m_store->items[account()] = "old";
-    QCOMPARE(m_keychain->load(m_id), std::string("old"));
     m_keychain->save("new", m_id);
     QCOMPARE(m_store->items.size(), std::size_t(1));
     QCOMPARE(m_store->items[account()], std::string("new"));
@@ -78,47 +66,38 @@ void TestKeychain::saveAndRemoveKeepTheCacheInStep()
     QVERIFY(m_store->items.empty());
     m_store->items[account()] = "restored elsewhere";
     QCOMPARE(m_keychain->load(m_id), std::string("restored elsewhere"));
-    QCOMPARE(m_store->reads, 2);
-}
-
-void TestKeychain::accessFailures_data()
-{
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("storeText");
-    QTest::addColumn<QString>("expected");
-
-    QTest::newRow("with the store's sentence") << 4 << "Access denied by the user."
-                                               << "Could not access the saved password: Access denied by the user.";
-    QTest::newRow("store's text without a full stop") << 6 << "Locked"
-                                                      << "Could not access the saved password: Locked.";
-    QTest::newRow("without text") << 7 << ""
-                                  << "Could not access the saved password: Keyring error 7.";
+    QCOMPARE(m_store->reads, 3);
 }
 
 // A lookup, removal or deletion the store fails tells the user what to do next, and changes
 // nothing: the lookup is not cached as "no password", the cached value survives the rest.
 void TestKeychain::accessFailures()
 {
-    QFETCH(int, code);
-    QFETCH(QString, storeText);
-    QFETCH(QString, expected);
-    const QString full = expected
-        + QStringLiteral(" Reopen connection settings to try again, or enter the database password yourself.");
-    const auto failNext = [&] { m_store->nextFailure = SecretOutcome::failed(code, storeText.toStdString()); };
+    const std::tuple<int, std::string, QString> cases[] = {
+        { 4, "Access denied by the user.", "Access denied by the user." },
+        { 6, "Locked", "Locked." },
+        { 7, "", "Keyring error 7." },
+    };
+    for (const auto &[code, storeText, reason] : cases) {
+        init();
+        const QString full = "Could not access the saved password: " + reason
+            + " Reopen connection settings to try again, or enter the database password yourself.";
+        const auto failNext = [&] { m_store->nextFailure = SecretOutcome::failed(code, storeText); };
 
-    failNext();
-    QCOMPARE(errorFrom([this] { m_keychain->load(m_id); }), full);
-    m_store->items[account()] = "pw";
-    QCOMPARE(m_keychain->load(m_id), std::string("pw"));
-    failNext();
-    QCOMPARE(errorFrom([this] { m_keychain->remove(m_id); }), full);
-    failNext();
-    QCOMPARE(errorFrom([this] { m_keychain->save("", m_id); }), full);
-    QCOMPARE(m_keychain->load(m_id), std::string("pw"));
-    QCOMPARE(m_store->reads, 2);
+        failNext();
+        QCOMPARE(errorFrom([this] { m_keychain->load(m_id); }), full);
+        m_store->items[account()] = "pw";
+        QCOMPARE(m_keychain->load(m_id), std::string("pw"));
+        failNext();
+        QCOMPARE(errorFrom([this] { m_keychain->remove(m_id); }), full);
+        failNext();
+        QCOMPARE(errorFrom([this] { m_keychain->save("", m_id); }), full);
+        QCOMPARE(m_keychain->load(m_id), std::string("pw"));
+        QCOMPARE(m_store->reads, 2);
+    }
 }
 
-void TestKeychain::saveFailureNamesTheStatus()
+void TestKeychain::saveFailureAndUndecodableData()
 {
     m_keychain->save("kept", m_id);
     m_store->nextFailure = SecretOutcome::failed(5, "No keyring");
@@ -126,22 +105,12 @@ void TestKeychain::saveFailureNamesTheStatus()
         QStringLiteral("The keyring could not save the password (5)."));
     // The cache still holds what the keyring holds.
     QCOMPARE(m_keychain->load(m_id), std::string("kept"));
-}
 
-void TestKeychain::undecodableDataIsReported()
-{
+    m_keychain->remove(m_id);
     m_store->items[account()] = std::string("\xff\xfe", 2);
     QCOMPARE(errorFrom([this] { m_keychain->load(m_id); }), QStringLiteral("The saved password could not be decoded."));
     m_store->items[account()] = "fixed";
     QCOMPARE(m_keychain->load(m_id), std::string("fixed"));
-}
-
-void TestKeychain::lookupsWaitForTheLoaderInFlight_data()
-{
-    QTest::addColumn<bool>("sameProfile");
-
-    QTest::newRow("same profile: loaded once") << true;
-    QTest::newRow("different profiles: never at once") << false;
 }
 
 // The lock is held across the loader. While the first lookup waits for a slow store, a second
@@ -149,46 +118,39 @@ void TestKeychain::lookupsWaitForTheLoaderInFlight_data()
 // second time, and two prompts for different profiles can never be on screen at once.
 void TestKeychain::lookupsWaitForTheLoaderInFlight()
 {
-    QFETCH(bool, sameProfile);
-    CredentialMemoryCache cache;
-    const QUuid firstId = QUuid::createUuid();
-    const QUuid secondId = sameProfile ? firstId : QUuid::createUuid();
-    std::atomic<int> calls = 0;
-    std::atomic<int> inFlight = 0;
-    std::atomic<bool> overlapped = false;
-    std::latch loading(1);
-    std::latch release(1);
-    const auto store = [&](const std::string &answer, bool blocks) {
-        return [&, answer, blocks] {
-            ++calls;
-            if (++inFlight > 1) {
-                overlapped = true;
-            }
-            if (blocks) {
+    for (const bool sameProfile : { true, false }) {
+        CredentialMemoryCache cache;
+        const QUuid firstId = QUuid::createUuid();
+        const QUuid secondId = sameProfile ? firstId : QUuid::createUuid();
+        std::atomic<bool> released = false;
+        std::atomic<bool> overlapped = false;
+        std::latch loading(1);
+        std::latch release(1);
+        std::string secondAnswer;
+        std::thread first([&] {
+            cache.value(firstId, [&] {
                 loading.count_down();
                 release.wait();
-            }
-            --inFlight;
-            return answer;
-        };
-    };
-
-    std::string firstAnswer;
-    std::string secondAnswer;
-    std::thread first([&] { firstAnswer = cache.value(firstId, store("one", true)); });
-    loading.wait();
-    std::thread second([&] { secondAnswer = cache.value(secondId, store("two", false)); });
-    // Give the second lookup time to reach the store; without the lock held across the loader
-    // it would call it now.
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    release.count_down();
-    first.join();
-    second.join();
-
-    QVERIFY(!overlapped);
-    QCOMPARE(calls.load(), sameProfile ? 1 : 2);
-    QCOMPARE(firstAnswer, std::string("one"));
-    QCOMPARE(secondAnswer, std::string(sameProfile ? "one" : "two"));
+                return std::string("one");
+            });
+        });
+        loading.wait();
+        std::thread second([&] {
+            secondAnswer = cache.value(secondId, [&] {
+                overlapped = !released;
+                return std::string("two");
+            });
+        });
+        // Give the second lookup time to reach the store; without the lock held across the
+        // loader it would call it now.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        released = true;
+        release.count_down();
+        first.join();
+        second.join();
+        QVERIFY2(!overlapped, sameProfile ? "same profile" : "different profiles");
+        QCOMPARE(secondAnswer, std::string(sameProfile ? "one" : "two"));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestKeychain)

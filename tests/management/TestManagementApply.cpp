@@ -1,13 +1,15 @@
 #include "client/ClientThreadScope.h"
-#include "client/MySQLConnection.h"
-#include "core/AppError.h"
+#include "core/Csv.h"
 #include "core/SqlQuoting.h"
+#include "management/CsvImport.h"
 #include "management/ManagementSQL.h"
+#include "session/CsvImportRun.h"
 #include "support/Checks.h"
 #include "support/TestServer.h"
 
 #include <QScopeGuard>
 #include <QTest>
+#include <random>
 
 using namespace tallowick;
 using namespace tallowick::test;
@@ -17,38 +19,60 @@ Q_DECLARE_METATYPE(tallowick::ManagementDraft)
 // Drafts are written with designated initializers; the fields left out keep their defaults.
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
-namespace
-{
-
-const std::string orders
-    = "CREATE TABLE orders (id INT AUTO_INCREMENT PRIMARY KEY, name VARCHAR(100) COLLATE utf8mb4_bin"
-      " NOT NULL DEFAULT 'nobody' COMMENT 'shown on invoices', changed TIMESTAMP NOT NULL DEFAULT"
-      " CURRENT_TIMESTAMP ON UPDATE CURRENT_TIMESTAMP, total DECIMAL(10,2) NULL, note TEXT NULL)";
-
-} // namespace
-
-// The generated statements are accepted by the real server and do what the form's preview says.
+// The management changes against a real server: the generated statements do what the form's
+// preview says, and a CSV import commits all of its rows or none, for everyone.
 class TestManagementApply final : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void init();
+
     void applied_data();
     void applied();
+    void csvImportIsAllOrNothing();
+    void csvRefusals();
 
 private:
     MySQLConnection &connection() { return m_scratch.connection(); }
+    // Imports into `table` with \\N read as NULL, noting each progress report.
+    std::size_t import(MySQLConnection &client, const char *table, const std::string &file, std::size_t maxBytes);
+    // The people table as `client` sees it: another session sees only what was committed.
+    static Grid people(MySQLConnection &client)
+    {
+        return grid(client.query("SELECT id, name, note, amount FROM people ORDER BY id").rows);
+    }
 
+    // Slots run on the main thread, which therefore needs the client library's set-up.
     ClientThreadScope m_clientThread;
     const TestServer m_server = TestServer::fromEnvironment(); // ends the run when the servers are missing
     ScratchDatabase m_scratch { m_server };
+    const std::unique_ptr<MySQLConnection> m_otherSession = m_server.connect();
+    QList<std::size_t> m_progress;
 };
+
+void TestManagementApply::initTestCase()
+{
+    m_otherSession->use(m_scratch.name());
+    connection().query("CREATE TABLE people (id INT PRIMARY KEY, name VARCHAR(100) NULL, note TEXT NULL, "
+                       "amount DECIMAL(10,2) NULL, doubled INT AS (id * 2) VIRTUAL) ENGINE=InnoDB");
+    connection().query("CREATE TABLE archive (id INT PRIMARY KEY, name VARCHAR(100) NULL) ENGINE=MyISAM");
+}
 
 void TestManagementApply::init()
 {
+    // Strict, so text in a number column fails instead of becoming 0 with a warning.
+    connection().query("SET SESSION sql_mode = 'STRICT_TRANS_TABLES'");
     connection().query("DROP TABLE IF EXISTS orders");
-    connection().query(orders);
+    connection().query("CREATE TABLE orders (id INT AUTO_INCREMENT PRIMARY KEY, name VARCHAR(100) COLLATE utf8mb4_bin"
+                       " NOT NULL DEFAULT 'nobody' COMMENT 'shown on invoices', changed TIMESTAMP NOT NULL DEFAULT"
+                       " CURRENT_TIMESTAMP ON UPDATE CURRENT_TIMESTAMP, code VARCHAR(8) NOT NULL DEFAULT '',"
+                       " n BIGINT UNSIGNED NOT NULL, total DECIMAL(10,2) NULL, note TEXT NULL)");
+    connection().query("DELETE FROM people");
+    connection().query("DELETE FROM archive");
+    connection().query("INSERT INTO people (id, name) VALUES (1, 'already here')");
+    m_progress.clear();
 }
 
 void TestManagementApply::applied_data()
@@ -75,33 +99,15 @@ void TestManagementApply::applied_data()
             { .name = "at", .type = "DATETIME", .nullable = false, .defaultValue = "Current_Timestamp()" } } }
         << "INSERT INTO `it's ``new``` () VALUES (); SELECT id, `who\\`, `at` IS NOT NULL FROM `it's ``new```"
         << QStringList { "1|O'Brien \xF0\x9F\xA7\xB9|1" };
-    QTest::newRow("add column") << ManagementDraft { .kind = ManagementSheet::addColumn,
-        .columns = { { .name = "price", .type = "decimal(10,2)", .nullable = false, .defaultValue = "0.5" } } }
-        << "SHOW COLUMNS FROM orders LIKE 'price'" << QStringList { "price|decimal(10,2)|NO||0.50|" };
-    // The form does not show the collation, ON UPDATE or comment: editing the column keeps them.
-    for (const auto &[position, type] : { std::pair(1, ""), std::pair(1, "VARCHAR(200)"), std::pair(2, "") }) {
-        const ColumnInfo before = connection().columns(m_scratch.name(), "orders").at(std::size_t(position));
-        ManagementDraft edited { .kind = ManagementSheet::modifyColumn, .column = before,
-            .columns = { draftFromColumn(before) } };
+    // Applying the edit form untouched leaves every column as it was, including what the form
+    // does not show: collation, ON UPDATE, comment, an empty default, UNSIGNED, AUTO_INCREMENT.
+    for (const ColumnInfo &before : connection().columns(m_scratch.name(), "orders")) {
         const QString check = QString::fromStdString("SHOW FULL COLUMNS FROM orders LIKE '" + before.name + "'");
-        QStringList listing = rowTexts(connection().query(check.toStdString()).rows);
-        if (*type) {
-            edited.columns[0].type = type;
-            listing.replaceInStrings("varchar(100)", QString(type).toLower());
-        }
-        QTest::addRow("edit %s, type %s", before.name.c_str(), *type ? type : "untouched") << edited << check << listing;
+        QTest::addRow("edit %s untouched", before.name.c_str())
+            << ManagementDraft { .kind = ManagementSheet::modifyColumn, .column = before,
+                   .columns = { draftFromColumn(before) } }
+            << check << rowTexts(connection().query(check.toStdString()).rows);
     }
-    QTest::newRow("unique index in table order") << ManagementDraft { .kind = ManagementSheet::addIndex,
-        .name = "by total, name", .unique = true, .selected = { "total", "name" } }
-        << "SELECT NON_UNIQUE, COLUMN_NAME FROM information_schema.STATISTICS WHERE TABLE_NAME = 'orders' AND "
-           "INDEX_NAME = 'by total, name' AND TABLE_SCHEMA = DATABASE() ORDER BY SEQ_IN_INDEX"
-        << QStringList { "0|name", "0|total" };
-    // Columns left on Default take the server's default, auto-increment value and timestamp.
-    QTest::newRow("insert row") << ManagementDraft { .kind = ManagementSheet::insertRow,
-        .values = { { "name", "O'Brien\\\xF0\x9F\xA7\xB9\r\n'" }, { "note", "typed, but NULL" } },
-        .valueModes = { { "name", "Value" }, { "note", "NULL" } } }
-        << "SELECT id, name, note, total, changed IS NOT NULL FROM orders"
-        << QStringList { "1|O'Brien\\\xF0\x9F\xA7\xB9\r\n'|<null>|<null>|1" };
     // clang-format on
 }
 
@@ -123,6 +129,83 @@ void TestManagementApply::applied()
         actual = rowTexts(connection().query(statement.toStdString()).rows);
     }
     QCOMPARE(actual, expected);
+}
+
+std::size_t TestManagementApply::import(
+    MySQLConnection &client, const char *table, const std::string &file, std::size_t maxBytes)
+{
+    const CsvImportPlan plan = planCsvImport(file, connection().columns(m_scratch.name(), table), true);
+    const auto progress = [this, &plan](std::size_t done, std::size_t total) {
+        QCOMPARE(total, plan.rows.size());
+        m_progress.append(done);
+    };
+    return runCsvImport(client, m_scratch.name(), table, plan, progress, maxBytes);
+}
+
+// A failure in the last statement leaves the table as it was; then random text a user might paste,
+// through the CSV writer's own quoting, in statements of about a kilobyte: every value comes back
+// byte for byte, committed for other sessions to see.
+void TestManagementApply::csvImportIsAllOrNothing()
+{
+    QByteArray failing = "id,name,amount\n";
+    for (int id = 2; id < 200; ++id) {
+        failing += QByteArray::number(id) + ",row " + QByteArray::number(id) + ",1.25\n";
+    }
+    const Grid before = people(connection());
+    const QString error
+        = errorFrom([&] { import(connection(), "people", (failing + "200,last,x\n").toStdString(), 512); });
+    QVERIFY2(error.startsWith("MySQL 1366: Incorrect decimal value: 'x' for column"), qPrintable(error));
+    // Earlier statements were sent, and acknowledged, before the failing one.
+    QVERIFY2(m_progress.size() >= 3, qPrintable(QString::number(m_progress.size())));
+    QCOMPARE(people(connection()), before);
+    QCOMPARE(people(*m_otherSession), before);
+
+    // clang-format off
+    static const std::string pieces[] = { "'", "''", "\\", "\\\\", "\\'", "\"", "\"\"", "`", ",", "\n", "\r\n",
+        "\r", "%", "_", ";", "-- ", "/*", "a", "Z", "word", " ", "\\N", "\xF0\x9F\xA7\xB9", "\xEF\xBC\x87" };
+    // clang-format on
+    std::mt19937 random(20260101);
+    QueryResult rows;
+    rows.fields.resize(2);
+    rows.fields[0].name = "id";
+    rows.fields[1].name = "note";
+    Grid expected = before;
+    for (int id = 2; id <= 400; ++id) {
+        std::string value;
+        for (std::size_t n = random() % 13; n > 0; --n) {
+            value += pieces[random() % std::size(pieces)];
+        }
+        rows.rows.push_back({ std::to_string(id), value });
+        // Quoted \N is NULL to the importer, as the option says.
+        const QVariant cell = value == "\\N" ? QVariant() : QVariant(QByteArray::fromStdString(value));
+        expected.append(Cells { QVariant(QByteArray::number(id)), QVariant(), cell, QVariant() });
+    }
+    m_progress.clear();
+    QCOMPARE(import(connection(), "people", SQL::csv(rows), 1024), std::size_t(399));
+    QVERIFY2(m_progress.size() > 5, qPrintable(QString::number(m_progress.size())));
+    QCOMPARE(m_progress.back(), std::size_t(399));
+    QCOMPARE(people(connection()), expected);
+    QCOMPARE(people(*m_otherSession), expected);
+}
+
+// Refused before anything is sent: a read-only profile, and a table whose engine (MyISAM) cannot
+// roll back, where a failure halfway would leave the first statements in the table.
+void TestManagementApply::csvRefusals()
+{
+    for (const bool readOnly : { true, false }) {
+        ConnectionProfile profile = m_server.profile();
+        profile.readOnly = readOnly;
+        const auto client = m_server.connect(profile);
+        const QString error = errorFrom(
+            [&] { import(*client, readOnly ? "people" : "archive", "id,name\n2,row\n2,duplicate\n", 256); });
+        QCOMPARE(error,
+            readOnly ? QStringLiteral("This connection is read-only.")
+                     : QStringLiteral("This table's storage engine cannot roll back a failed import. "
+                                      "Convert the table to InnoDB, or use SQL import."));
+    }
+    QVERIFY(m_progress.isEmpty());
+    QCOMPARE(people(connection()), (Grid { { text("1"), text("already here"), QVariant(), QVariant() } }));
+    QCOMPARE(connection().query("SELECT COUNT(*) FROM archive").rows, std::vector<Row> { { "0" } });
 }
 
 QTEST_GUILESS_MAIN(TestManagementApply)

@@ -1,3 +1,4 @@
+#include "client/ClientThreadScope.h"
 #include "core/AppError.h"
 #include "store/AppStore.h"
 #include "support/SessionHarness.h"
@@ -5,7 +6,10 @@
 #include "ui/AppIcon.h"
 #include "ui/ConnectionRow.h"
 #include "ui/ConnectionSheet.h"
+#include "ui/DataView.h"
 #include "ui/MainWindow.h"
+#include "ui/ManagementForm.h"
+#include "ui/MetadataView.h"
 #include "ui/NativeGrid.h"
 #include "ui/QueryWorkspace.h"
 #include "ui/QuitPrompts.h"
@@ -16,11 +20,17 @@
 #include "ui/WelcomeView.h"
 
 #include <QClipboard>
+#include <QFile>
 #include <QGuiApplication>
+#include <QHeaderView>
+#include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QStandardItemModel>
+#include <QTabBar>
 #include <QTableView>
 #include <QTemporaryDir>
+#include <QToolButton>
 
 using namespace tallowick;
 using namespace tallowick::test;
@@ -59,143 +69,381 @@ struct WindowFixture {
     }
 };
 
+// One session view driven like a user: real widgets, a real session on the disposable server,
+// in a scratch database whose table holds 450 items, every tenth with a note. The data view
+// opens that table, the query workspace its database.
+template <typename View> struct Shown {
+    ClientThreadScope clientThread; // the scratch database is set up from this thread
+    SessionHarness harness;
+    ScratchDatabase scratch { harness.server };
+    std::unique_ptr<ServerSession> session;
+    std::unique_ptr<View> view;
+
+    ~Shown() { settle(*session); }
+
+    bool open(bool readOnly = false)
+    {
+        scratch.run("CREATE TABLE items (id INT PRIMARY KEY, name VARCHAR(50), note TEXT NULL)");
+        scratch.run("INSERT INTO items SELECT seq, CONCAT('item ', seq), IF(seq % 10 = 0, 'tenth', NULL) "
+                    "FROM seq_1_to_450");
+        ConnectionProfile profile = harness.profile();
+        profile.readOnly = readOnly;
+        session = harness.session(profile);
+        view = std::make_unique<View>(*session);
+        view->resize(1100, 700);
+        view->show();
+        if (!QTest::qWaitForWindowExposed(view.get()) || !connectAndSettle(*session)) {
+            return false;
+        }
+        if constexpr (std::is_same_v<View, DataView>) {
+            session->selectTable("items", scratch.name());
+        } else {
+            session->chooseDatabase(scratch.name());
+        }
+        return settle(*session);
+    }
+
+    QPushButton *button(const QString &text) const { return titled<QPushButton>(*view, text); }
+    bool click(const QString &text)
+    {
+        QTest::mouseClick(button(text), Qt::LeftButton);
+        return settle(*session);
+    }
+    // Double-clicks a cell; the editor it opened, if any.
+    QLineEdit *editCell(int row, int column) const
+    {
+        const QModelIndex cell = view->grid()->model()->index(row, column);
+        doubleClickCell(*view->grid(), cell);
+        return qobject_cast<QLineEdit *>(view->grid()->indexWidget(cell));
+    }
+    QString cell(int row, int column) const { return view->grid()->model()->index(row, column).data().toString(); }
+
+    // Replaces the editor's whole text by typing, which is how the tab's SQL normally changes.
+    void type(const QString &text)
+    {
+        view->editor()->setFocus();
+        QTest::keyClick(view->editor(), Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClicks(view->editor(), text);
+    }
+    bool run(const QString &script)
+    {
+        type(script);
+        QTest::mouseClick(view->runButton(), Qt::LeftButton);
+        return settle(*session) && !session->error();
+    }
+};
+
 } // namespace
 
-// The main window as a user meets it: the sidebar and the welcome page, the commands that act on
-// the active session, and what quitting asks.
+// The main window as a user meets it (the sidebar, the welcome page, the commands that act on the
+// active session, what quitting asks) and the session views it holds: table data and queries.
 class TestMainWindow final : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void iconWriteFailureIsReported();
-    void sidebarSearchesAndDuplicates();
-    void commandsActOnTheActiveSession();
-    void quitAsksAboutRunningQueriesThenUnsavedTabs();
-    void closingRightAfterTypingAsksAboutTheUnsavedTab();
-    void editCopyReachesAViewWithoutACopySlot();
-};
-
-void TestMainWindow::iconWriteFailureIsReported()
-{
-    QVERIFY_THROWS_EXCEPTION(AppError, createAppIcon("/nonexistent-folder/for/icon.png"));
-}
-
-void TestMainWindow::sidebarSearchesAndDuplicates()
-{
-    WindowFixture fixture;
-    for (const char *name : { "Production", "Staging", "Local demo" }) {
-        bool saved = false;
-        fixture.store.save(fixture.harness.profile(name), {}, [&saved](const auto &) { saved = true; });
-        QVERIFY(QTest::qWaitFor([&saved] { return saved; }, 10000));
+    void iconWriteFailureIsReported()
+    {
+        QVERIFY_THROWS_EXCEPTION(AppError, createAppIcon("/nonexistent-folder/for/icon.png"));
     }
-    const auto &rows = fixture.window.rootView()->sidebar()->rows();
-    QTest::keyClicks(fixture.window.rootView()->sidebar()->searchField(), "STAG");
-    QCOMPARE(rows.size(), std::size_t(1));
-    const ConnectionProfile staging = rows.front()->profile();
-    QCOMPARE(staging.name, std::string("Staging"));
 
-    // The copy is a profile of its own, saved only from the sheet.
-    actionTitled(rows.front()->menuActions(rows.front()), QStringLiteral("Duplicate connection"))->trigger();
-    QVERIFY(QTest::qWaitFor([&fixture] { return fixture.window.rootView()->sheet() != nullptr; }, 5000));
-    ConnectionSheet *sheet = fixture.window.rootView()->sheet();
-    QCOMPARE(sheet->nameField()->text(), QStringLiteral("Staging copy"));
-    QCOMPARE(sheet->profile().host, staging.host);
-    QVERIFY(sheet->profile().id != staging.id);
-    QCOMPARE(sheet->title(), QStringLiteral("New connection"));
-    QCOMPARE(fixture.store.profiles().size(), std::size_t(3));
-}
+    void sidebarSearchesAndDuplicates()
+    {
+        WindowFixture fixture;
+        for (const char *name : { "Production", "Staging", "Local demo" }) {
+            bool saved = false;
+            fixture.store.save(fixture.harness.profile(name), {}, [&saved](const auto &) { saved = true; });
+            QVERIFY(QTest::qWaitFor([&saved] { return saved; }, 10000));
+        }
+        const auto &rows = fixture.window.rootView()->sidebar()->rows();
+        QTest::keyClicks(fixture.window.rootView()->sidebar()->searchField(), "STAG");
+        QCOMPARE(rows.size(), std::size_t(1));
+        const ConnectionProfile staging = rows.front()->profile();
+        QCOMPARE(staging.name, std::string("Staging"));
 
-// New Query Tab and Run Query act on the active session only, the welcome page staying until
-// there is one. In the editor, Ctrl+Return runs the selection, although Run Query has the same
-// keys for any focus inside the window; elsewhere that runs the whole tab.
-void TestMainWindow::commandsActOnTheActiveSession()
-{
-    WindowFixture fixture;
-    QVERIFY(fixture.showActive());
-    QTest::keyClick(&fixture.window, Qt::Key_T, Qt::ControlModifier);
-    QVERIFY(fixture.store.sessions().empty());
-    const ConnectionProfile second = fixture.harness.profile("Second");
-    fixture.store.setSelected(second.id);
-    QCOMPARE(fixture.window.rootView()->detail(), fixture.window.rootView()->welcome());
-    ServerSession *inactive = fixture.store.session(fixture.harness.profile("First"));
-    QueryWorkspace *workspace = fixture.connect(second);
-    QVERIFY(workspace);
-    ServerSession *session = fixture.store.active();
-    QCOMPARE(fixture.window.rootView()->detail(), fixture.window.rootView()->sessionView(second.id));
-    QTest::keyClick(&fixture.window, Qt::Key_T, Qt::ControlModifier);
-    QCOMPARE(inactive->tabs().size(), std::size_t(1));
-    QCOMPARE(session->tabs().size(), std::size_t(2));
-    QCOMPARE(session->activeTab(), session->tabs()[1].id);
+        // The copy is a profile of its own, saved only from the sheet.
+        actionTitled(rows.front()->menuActions(rows.front()), QStringLiteral("Duplicate connection"))->trigger();
+        QVERIFY(QTest::qWaitFor([&fixture] { return fixture.window.rootView()->sheet() != nullptr; }, 5000));
+        ConnectionSheet *sheet = fixture.window.rootView()->sheet();
+        QCOMPARE(sheet->nameField()->text(), QStringLiteral("Staging copy"));
+        QCOMPARE(sheet->profile().host, staging.host);
+        QVERIFY(sheet->profile().id != staging.id);
+        QCOMPARE(sheet->title(), QStringLiteral("New connection"));
+        QCOMPARE(fixture.store.profiles().size(), std::size_t(3));
+    }
 
-    SQLEditor *editor = workspace->editor();
-    editor->setFocus();
-    QTest::keyClicks(editor, "SELECT 'whole'; SELECT 'part'");
-    QTextCursor cursor = editor->textCursor();
-    cursor.setPosition(16, QTextCursor::KeepAnchor);
-    editor->setTextCursor(cursor);
-    QTest::keyClick(editor, Qt::Key_Return, Qt::ControlModifier);
-    QVERIFY(settle(*session));
-    QCOMPARE(session->tabs()[1].results.size(), std::size_t(1));
-    QCOMPARE(session->tabs()[1].result->rows.at(0).at(0), Cell("part"));
-    workspace->grid()->setFocus();
-    QTest::keyClick(workspace->grid(), Qt::Key_Return, Qt::ControlModifier);
-    QVERIFY(settle(*session));
-    QCOMPARE(session->tabs()[1].results.size(), std::size_t(2));
-}
+    // New Query Tab and Run Query act on the active session only, the welcome page staying until
+    // there is one. In the editor, Ctrl+Return runs the selection, although Run Query has the same
+    // keys for any focus inside the window; elsewhere that runs the whole tab.
+    void commandsActOnTheActiveSession()
+    {
+        WindowFixture fixture;
+        QVERIFY(fixture.showActive());
+        QTest::keyClick(&fixture.window, Qt::Key_T, Qt::ControlModifier);
+        QVERIFY(fixture.store.sessions().empty());
+        const ConnectionProfile second = fixture.harness.profile("Second");
+        fixture.store.setSelected(second.id);
+        QCOMPARE(fixture.window.rootView()->detail(), fixture.window.rootView()->welcome());
+        ServerSession *inactive = fixture.store.session(fixture.harness.profile("First"));
+        QueryWorkspace *workspace = fixture.connect(second);
+        QVERIFY(workspace);
+        ServerSession *session = fixture.store.active();
+        QCOMPARE(fixture.window.rootView()->detail(), fixture.window.rootView()->sessionView(second.id));
+        QTest::keyClick(&fixture.window, Qt::Key_T, Qt::ControlModifier);
+        QCOMPARE(inactive->tabs().size(), std::size_t(1));
+        QCOMPARE(session->tabs().size(), std::size_t(2));
+        QCOMPARE(session->activeTab(), session->tabs()[1].id);
 
-void TestMainWindow::quitAsksAboutRunningQueriesThenUnsavedTabs()
-{
-    WindowFixture fixture;
-    ServerSession *session = fixture.store.session(fixture.harness.profile());
-    QVERIFY(confirmQuit(fixture.store, fixture.harness.prompts)); // nothing at stake: no question
-    QVERIFY(connectAndSettle(*session));
-    session->setTabSQL(session->activeTab(), "SELECT SLEEP(2)");
-    session->run();
-    // Declining the first question asks nothing more and leaves the query running.
-    QVERIFY(!confirmQuit(fixture.store, fixture.harness.prompts));
-    QVERIFY(session->busy());
-    fixture.harness.prompts.confirmations = { true, false, true, true };
-    QVERIFY(!confirmQuit(fixture.store, fixture.harness.prompts));
-    QVERIFY(confirmQuit(fixture.store, fixture.harness.prompts));
-    const QString running = QStringLiteral("Quit while a query is running?");
-    const QString unsaved = QStringLiteral("Quit with unsaved query tabs?");
-    QCOMPARE(fixture.asked(), QStringList({ running, running, unsaved, running, unsaved }));
-    QVERIFY(settle(*session));
-}
+        SQLEditor *editor = workspace->editor();
+        editor->setFocus();
+        QTest::keyClicks(editor, "SELECT 'whole'; SELECT 'part'");
+        QTextCursor cursor = editor->textCursor();
+        cursor.setPosition(16, QTextCursor::KeepAnchor);
+        editor->setTextCursor(cursor);
+        QTest::keyClick(editor, Qt::Key_Return, Qt::ControlModifier);
+        QVERIFY(settle(*session));
+        QCOMPARE(session->tabs()[1].results.size(), std::size_t(1));
+        QCOMPARE(session->tabs()[1].result->rows.at(0).at(0), Cell("part"));
+        workspace->grid()->setFocus();
+        QTest::keyClick(workspace->grid(), Qt::Key_Return, Qt::ControlModifier);
+        QVERIFY(settle(*session));
+        QCOMPARE(session->tabs()[1].results.size(), std::size_t(2));
+    }
 
-// A large script's latest typing waits in the editor for a pause; quitting before the pause must
-// still see the tab as unsaved.
-void TestMainWindow::closingRightAfterTypingAsksAboutTheUnsavedTab()
-{
-    WindowFixture fixture;
-    QueryWorkspace *workspace = fixture.connect(fixture.harness.profile());
-    QVERIFY(workspace);
-    const QString script = QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 1);
-    fixture.store.active()->newTab(script.toStdString());
-    QVERIFY(!fixture.store.active()->tabs().back().dirty);
-    workspace->editor()->setFocus();
-    QTest::keyClicks(workspace->editor(), QStringLiteral("x"));
-    QVERIFY(workspace->editor()->hasPendingEdit());
-    QVERIFY(!fixture.window.close());
-    QCOMPARE(fixture.asked(), QStringList { "Quit with unsaved query tabs?" });
-}
+    void quitAsksAboutRunningQueriesThenUnsavedTabs()
+    {
+        WindowFixture fixture;
+        ServerSession *session = fixture.store.session(fixture.harness.profile());
+        QVERIFY(confirmQuit(fixture.store, fixture.harness.prompts)); // nothing at stake: no question
+        QVERIFY(connectAndSettle(*session));
+        session->setTabSQL(session->activeTab(), "SELECT SLEEP(2)");
+        session->run();
+        // Declining the first question asks nothing more and leaves the query running.
+        QVERIFY(!confirmQuit(fixture.store, fixture.harness.prompts));
+        QVERIFY(session->busy());
+        fixture.harness.prompts.confirmations = { true, false, true, true };
+        QVERIFY(!confirmQuit(fixture.store, fixture.harness.prompts));
+        QVERIFY(confirmQuit(fixture.store, fixture.harness.prompts));
+        const QString running = QStringLiteral("Quit while a query is running?");
+        const QString unsaved = QStringLiteral("Quit with unsaved query tabs?");
+        QCOMPARE(fixture.asked(), QStringList({ running, running, unsaved, running, unsaved }));
+        QVERIFY(settle(*session));
+    }
 
-// The grid copies on its own key, not through a slot: the menu item must still reach it.
-void TestMainWindow::editCopyReachesAViewWithoutACopySlot()
-{
-    WindowFixture fixture;
-    QStandardItemModel model(1, 1);
-    model.setItem(0, 0, new QStandardItem(QStringLiteral("cell text")));
-    QTableView view;
-    view.setModel(&model);
-    view.show();
-    view.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&view));
-    view.setCurrentIndex(model.index(0, 0));
-    fixture.window.action(QStringLiteral("Copy"))->trigger();
-    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("cell text"));
-}
+    // A large script's latest typing waits in the editor for a pause; quitting before the pause must
+    // still see the tab as unsaved.
+    void closingRightAfterTypingAsksAboutTheUnsavedTab()
+    {
+        WindowFixture fixture;
+        QueryWorkspace *workspace = fixture.connect(fixture.harness.profile());
+        QVERIFY(workspace);
+        const QString script = QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 1);
+        fixture.store.active()->newTab(script.toStdString());
+        QVERIFY(!fixture.store.active()->tabs().back().dirty);
+        workspace->editor()->setFocus();
+        QTest::keyClicks(workspace->editor(), QStringLiteral("x"));
+        QVERIFY(workspace->editor()->hasPendingEdit());
+        QVERIFY(!fixture.window.close());
+        QCOMPARE(fixture.asked(), QStringList { "Quit with unsaved query tabs?" });
+    }
+
+    // The grid copies on its own key, not through a slot: the menu item must still reach it.
+    void editCopyReachesAViewWithoutACopySlot()
+    {
+        WindowFixture fixture;
+        QStandardItemModel model(1, 1);
+        model.setItem(0, 0, new QStandardItem(QStringLiteral("cell text")));
+        QTableView view;
+        view.setModel(&model);
+        view.show();
+        view.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&view));
+        view.setCurrentIndex(model.index(0, 0));
+        fixture.window.action(QStringLiteral("Copy"))->trigger();
+        QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("cell text"));
+    }
+
+    void dataViewPagesFiltersSortsAndPicksAColumn()
+    {
+        Shown<DataView> b;
+        QVERIFY(b.open());
+        const auto pageButtons = [&b] {
+            return QString::number(b.button(QStringLiteral("‹ Previous"))->isEnabled())
+                + QString::number(b.button(QStringLiteral("Next ›"))->isEnabled());
+        };
+        QCOMPARE(pageButtons(), QStringLiteral("01"));
+        QVERIFY(b.click(QStringLiteral("Next ›")) && b.click(QStringLiteral("Next ›")));
+        QCOMPARE(b.session->page(), qint64(2));
+        QCOMPARE(pageButtons(), QStringLiteral("10")); // a short page is the last one
+        // Another page size, a filter and a sort each start again at the first page.
+        QVERIFY(choose(b.view->findChild<QComboBox *>(), QStringLiteral("500 rows")) && settle(*b.session));
+        QCOMPARE(b.session->pageSize(), qint64(500));
+        QCOMPARE(b.session->page(), qint64(0));
+        b.session->setPage(1);
+        auto *filter = b.view->findChild<QLineEdit *>();
+        filter->setFocus();
+        QTest::keyClicks(filter, "tenth");
+        QTest::keyClick(filter, Qt::Key_Return);
+        QVERIFY(settle(*b.session));
+        QCOMPARE(b.session->filter(), std::string("tenth"));
+        QCOMPARE(b.session->page(), qint64(0));
+        // A header click sorts by that column; a second click on it turns the direction around.
+        QHeaderView *header = b.view->grid()->horizontalHeader();
+        for (const bool descending : { false, true }) {
+            b.session->setPage(1);
+            QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, { header->sectionViewportPosition(1) + 20, 10 });
+            QVERIFY(settle(*b.session));
+            QCOMPARE(b.session->sortColumn(), std::string("name"));
+            QCOMPARE(b.session->sortDescending(), descending);
+            QCOMPARE(b.session->page(), qint64(0));
+        }
+        // The structure list's selected row is the column the edit form opens for.
+        MetadataView structure(*b.session);
+        structure.show();
+        b.session->inspect(WorkspaceMode::structure);
+        QVERIFY(settle(*b.session));
+        QVERIFY(!structure.editColumnButton()->isEnabled());
+        clickCell(*structure.grid(), structure.grid()->model()->index(1, 0));
+        QTest::mouseClick(structure.editColumnButton(), Qt::LeftButton);
+        auto *edit = structure.findChild<ManagementForm *>();
+        QVERIFY(edit && edit->kind() == ManagementSheet::modifyColumn);
+        QVERIFY2(edit->previewText().contains(QStringLiteral("CHANGE COLUMN `name`")), qPrintable(edit->previewText()));
+    }
+
+    void dataViewEditsAndDeletesRows()
+    {
+        Shown<DataView> b;
+        QVERIFY(b.open());
+        QLineEdit *editor = b.editCell(2, 1);
+        QVERIFY(editor);
+        QTest::keyClicks(editor, "renamed");
+        QTest::keyClick(editor, Qt::Key_Return);
+        QTRY_COMPARE(b.cell(2, 1), QStringLiteral("renamed")); // saved, and the page read again
+
+        QVERIFY(settle(*b.session) && !b.button(QStringLiteral("Delete row…"))->isEnabled());
+        clickCell(*b.view->grid(), b.view->grid()->model()->index(1, 0));
+        QCOMPARE(b.session->selectedRow(), qint64(1));
+        QVERIFY(b.click(QStringLiteral("Delete row…"))); // declined: the session's question was asked
+        QCOMPARE(b.harness.prompts.asked.back().text, std::string("Delete this row?"));
+
+        // An edit still open when the view closes is abandoned, not sent.
+        QTest::keyClicks(b.editCell(0, 1), "abandoned");
+        b.view.reset();
+        QCoreApplication::processEvents();
+        QVERIFY(!b.session->busy());
+        QCOMPARE(b.scratch.run("SELECT name FROM items WHERE id = 1").rows[0][0], Cell("item 1"));
+    }
+
+    void resultAreaFollowsTheTabAndThePickedStatement()
+    {
+        Shown<QueryWorkspace> w;
+        QVERIFY(w.open());
+        QLabel *empty = titled<QLabel>(*w.view, QStringLiteral("Your results will appear here."));
+        QVERIFY(empty->isVisible() && !w.view->grid()->isVisible());
+        QVERIFY(
+            w.run("SELECT 'one'; SELECT name FROM items WHERE id <= 2 ORDER BY id; SELECT seq FROM seq_1_to_10001"));
+        QVERIFY(!empty->isVisible());
+        // The last statement is the one on display, cut at the display limit.
+        QVERIFY(w.view->resultPicker()->isVisible() && w.view->limitNote()->isVisible());
+        QCOMPARE(w.view->resultPicker()->currentText(), QStringLiteral("Statement 3"));
+        QVERIFY(choose(w.view->resultPicker(), QStringLiteral("Statement 2")));
+        QCOMPARE(w.cell(1, 0), QStringLiteral("item 2"));
+        QCOMPARE(w.view->countsLabel()->text(), QStringLiteral("2 rows · 1 columns"));
+        QVERIFY(!w.view->limitNote()->isVisible());
+        // Export writes the result on display, not the last one.
+        const QTemporaryDir folder;
+        QFile written(folder.filePath(QStringLiteral("shown.csv")));
+        w.harness.prompts.files = { written.fileName().toStdString() };
+        QVERIFY(w.click(QStringLiteral("Export CSV…")) && written.open(QIODevice::ReadOnly));
+        QCOMPARE(written.readAll(), QByteArray("\"name\"\r\n\"item 1\"\r\n\"item 2\"\r\n"));
+        // A new tab has no result of its own, so the empty state comes back for it.
+        QVERIFY(w.click(QStringLiteral("+")) && empty->isVisible());
+    }
+
+    void controlsWaitForTheSessionExplainAndTransactions()
+    {
+        Shown<QueryWorkspace> w;
+        QVERIFY(w.open());
+        w.type(QStringLiteral("SELECT SLEEP(1)"));
+        QTest::mouseClick(w.view->runButton(), Qt::LeftButton);
+        QVERIFY(w.session->busy());
+        QVERIFY(!w.view->runButton()->isEnabled() && !w.view->explainButton()->isEnabled());
+        QVERIFY(!w.view->transactionButton()->isEnabled());
+        QueryWorkspace late(*w.session); // one that appears while the session works starts disabled too
+        QVERIFY(!late.runButton()->isEnabled());
+        QVERIFY(w.click(QStringLiteral("Explain"))); // disabled: starts nothing
+        QCOMPARE(w.session->tabs().size(), std::size_t(1));
+        QVERIFY(late.runButton()->isEnabled());
+
+        QVERIFY(w.click(QStringLiteral("Explain")));
+        QCOMPARE(w.session->activeTab(), w.session->tabs()[1].id);
+        QCOMPARE(w.view->editor()->sql(), QStringLiteral("EXPLAIN SELECT SLEEP(1)"));
+        // It ran: the plan is on display, and the original tab still holds its own result.
+        const std::vector<std::string> plan = w.view->grid()->result().columnNames();
+        QVERIFY(std::find(plan.begin(), plan.end(), "select_type") != plan.end());
+        QCOMPARE(w.session->tabs()[0].result->columnNames(), std::vector<std::string> { "SLEEP(1)" });
+
+        // The transaction menu reaches the session's connection: ROLLBACK takes back the write made
+        // after START TRANSACTION, which would otherwise have been committed at once.
+        const QList<QAction *> commands = w.view->transactionButton()->menu()->actions();
+        actionTitled(commands, QStringLiteral("START TRANSACTION"))->trigger();
+        QVERIFY(settle(*w.session));
+        w.harness.prompts.confirmations = { true };
+        QVERIFY(w.run("UPDATE items SET name = 'lost' WHERE id = 1"));
+        actionTitled(commands, QStringLiteral("ROLLBACK"))->trigger();
+        QVERIFY(settle(*w.session) && w.run("SELECT name FROM items WHERE id = 1"));
+        QCOMPARE(w.cell(0, 0), QStringLiteral("item 1"));
+    }
+
+    // The second run of typing lands after the first: the session's echo left the caret alone.
+    void typingMarksTheTabAndTabsSwitchAndClose()
+    {
+        Shown<QueryWorkspace> w;
+        QVERIFY(w.open());
+        QTabBar *tabs = w.view->tabBar();
+        const QString title = tabs->tabText(0);
+        w.type(QStringLiteral("SELECT 4"));
+        QTest::keyClicks(w.view->editor(), QStringLiteral("2 AS answer"));
+        QCOMPARE(w.session->tabs()[0].sql, std::string("SELECT 42 AS answer"));
+        QCOMPARE(tabs->tabText(0), title + QStringLiteral(" •"));
+        QVERIFY(w.click(QStringLiteral("+")) && w.click(QStringLiteral("+")));
+        QCOMPARE(tabs->currentIndex(), 2);
+        w.type(QStringLiteral("SELECT 'third tab'"));
+        // Clicking a tab makes it the session's current tab and shows its text.
+        QTest::mouseClick(tabs, Qt::LeftButton, {}, tabs->tabRect(0).center());
+        QCOMPARE(w.session->activeTab(), w.session->tabs()[0].id);
+        QCOMPARE(w.view->editor()->sql(), QStringLiteral("SELECT 42 AS answer"));
+        // The untouched middle tab closes at once; an unsaved one asks first, and declining keeps it.
+        Q_EMIT tabs->tabCloseRequested(1);
+        QCOMPARE(tabs->count(), 2);
+        Q_EMIT tabs->tabCloseRequested(1);
+        QCOMPARE(w.harness.prompts.asked.back().text, std::string("Close an unsaved query?"));
+        QCOMPARE(tabs->count(), 2);
+        // Closing the current tab moves to the one that is left.
+        w.harness.prompts.confirmations = { true };
+        Q_EMIT tabs->tabCloseRequested(0);
+        QCOMPARE(tabs->count(), 1);
+        QCOMPARE(w.view->editor()->sql(), QStringLiteral("SELECT 'third tab'"));
+    }
+
+    // The grid takes edits, shown once saved, only when the profile allows writing.
+    void queryEditingFollowsTheProfile()
+    {
+        for (const bool readOnly : { false, true }) {
+            Shown<QueryWorkspace> w;
+            QVERIFY(w.open(readOnly));
+            QVERIFY(w.run("SELECT id, name FROM items WHERE id <= 3"));
+            QCOMPARE(w.view->editNote()->isVisible(), !readOnly);
+            QLineEdit *editor = w.editCell(1, 1);
+            QCOMPARE(editor == nullptr, readOnly);
+            if (editor) {
+                QTest::keyClicks(editor, "hex nut");
+                QTest::keyClick(editor, Qt::Key_Return);
+                QTRY_COMPARE(w.cell(1, 1), QStringLiteral("hex nut"));
+            }
+        }
+    }
+};
 
 QTEST_MAIN(TestMainWindow)
 #include "TestMainWindow.moc"
