@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,5 +21,67 @@ namespace tallowick::SQL
 // Throws AppError when a quote or block comment is still open at the end, or when a DELIMITER
 // line names no delimiter. Nothing is returned in either case.
 std::vector<std::string> statements(std::string_view script);
+
+// One statement of a script and the 1-based line of the script on which its text begins.
+struct ScriptStatement {
+    std::string text;
+    std::int64_t line = 1;
+
+    bool operator==(const ScriptStatement &) const = default;
+};
+
+// The same splitting over a script that arrives in pieces of any size, so a file of any length
+// is split with memory for the statement being read and one piece. Pieces may cut anywhere,
+// inside a quote, a comment, a CR LF pair, a UTF-8 character or a DELIMITER line; the statements
+// are exactly those `statements` gives for the whole text.
+class StatementStream
+{
+public:
+    StatementStream();
+
+    // Adds the next bytes of the script; statements they complete become available to `next`.
+    // Throws AppError for a DELIMITER line that names no delimiter.
+    void feed(std::string_view bytes);
+    // Marks the end of the script and makes the last statement available. Throws AppError as
+    // `statements` does.
+    void finish();
+    // Moves the oldest complete statement into `out`; false when none is waiting.
+    bool next(ScriptStatement &out);
+    // Bytes held for text not yet split: the statement being read and the last partial line.
+    std::size_t heldBytes() const { return m_buffer.size() + m_current.size(); }
+
+private:
+    enum class State { plain, quote, lineComment, blockComment };
+
+    void scan(std::size_t end, bool final);
+    std::size_t scanLineComment(std::size_t i);
+    std::size_t scanQuote(std::size_t i);
+    std::size_t scanBlockComment(std::size_t i);
+    std::size_t scanPlain(std::size_t i);
+    std::size_t takeDelimiterLine(std::size_t i);
+    bool startsDashComment(std::size_t i) const;
+    bool delimiterAt(std::size_t i) const;
+    void setDelimiter(std::string_view delimiter);
+    void appendSpanUpTo(std::size_t end);
+    std::int64_t lineAt(std::size_t pos);
+    void finishStatement();
+
+    std::string m_buffer; // text received and not yet consumed
+    std::string_view m_text; // the part of m_buffer that may be scanned now
+    bool m_final = false;
+    bool m_needMore = false; // the rule at the scan position needs bytes not received yet
+    std::deque<ScriptStatement> m_ready;
+    std::string m_current; // the pending statement, assembled from spans of the text
+    std::int64_t m_currentLine = 1; // the line on which m_current begins
+    std::size_t m_spanStart = 0; // start of the text not yet copied into m_current
+    std::size_t m_position = 0; // where scanning resumes in m_buffer
+    std::size_t m_countedUpTo = 0; // m_buffer position up to which line feeds are counted
+    std::int64_t m_linesBefore = 0; // line feeds before m_countedUpTo
+    std::string m_delimiter;
+    std::array<bool, 256> m_interesting {}; // bytes the plain-text scan has to stop at
+    State m_state = State::plain;
+    char m_quote = 0;
+    bool m_atLineStart = true;
+};
 
 } // namespace tallowick::SQL

@@ -130,6 +130,7 @@ private Q_SLOTS:
     void quoting();
     void splits_data();
     void splits();
+    void streamsWithLineNumbers();
     void splitsLargeScriptsInOnePass();
     void commentOnlyMatchesThePattern();
     void keywordAndReview();
@@ -268,6 +269,64 @@ void TestCore::splits()
     QByteArrayList statements;
     QCOMPARE(errorFrom([&] { statements = byteList(SQL::statements(script.toStdString())); }), error);
     QCOMPARE(statements, expected);
+
+    // The same script arriving in pieces, cut at every byte and one byte at a time.
+    const auto streamed = [&script](const std::vector<qsizetype> &cuts) {
+        SQL::StatementStream stream;
+        QByteArrayList texts;
+        const QString failure = errorFrom([&] {
+            qsizetype from = 0;
+            for (const qsizetype cut : cuts) {
+                stream.feed(std::string_view(script.constData() + from, static_cast<std::size_t>(cut - from)));
+                from = cut;
+            }
+            stream.feed(std::string_view(script.constData() + from, static_cast<std::size_t>(script.size() - from)));
+            stream.finish();
+        });
+        for (SQL::ScriptStatement statement; stream.next(statement);) {
+            texts << bytes(statement.text);
+        }
+        return failure == QStringLiteral("(no error)") ? texts : QByteArrayList { failure.toUtf8() };
+    };
+    const QByteArrayList whole = error == QStringLiteral("(no error)") ? expected : QByteArrayList { error.toUtf8() };
+    std::vector<qsizetype> everyByte;
+    for (qsizetype cut = 0; cut <= script.size(); ++cut) {
+        QVERIFY2(streamed({ cut }) == whole, qPrintable(QStringLiteral("cut at %1").arg(cut)));
+        everyByte.push_back(cut);
+    }
+    QCOMPARE(streamed(everyByte), whole);
+}
+
+// Each statement knows the line it starts on, counted over the pieces it came in.
+void TestCore::streamsWithLineNumbers()
+{
+    const std::string script = "-- header\n\nSELECT 1;  SELECT\r\n2;\nDELIMITER $$\n\n"
+                               "CREATE PROCEDURE p() BEGIN\n SELECT ';'; END$$\nDELIMITER ;\n"
+                               "SELECT 'a\nb';\n/* c */ SELECT 4";
+    const std::vector<SQL::ScriptStatement> expected { { "-- header\n\nSELECT 1", 1 },
+        { "SELECT\r\n2", 3 },
+        { "CREATE PROCEDURE p() BEGIN\n SELECT ';'; END", 7 },
+        { "SELECT 'a\nb'", 10 },
+        { "/* c */ SELECT 4", 12 } };
+    for (const std::size_t piece : { std::size_t(1), std::size_t(7), script.size() }) {
+        SQL::StatementStream stream;
+        std::vector<SQL::ScriptStatement> got;
+        std::size_t held = 0;
+        for (std::size_t from = 0; from < script.size(); from += piece) {
+            stream.feed(std::string_view(script).substr(from, piece));
+            held = std::max(held, stream.heldBytes());
+            for (SQL::ScriptStatement statement; stream.next(statement);) {
+                got.push_back(statement);
+            }
+        }
+        stream.finish();
+        for (SQL::ScriptStatement statement; stream.next(statement);) {
+            got.push_back(statement);
+        }
+        QVERIFY2(got == expected, qPrintable(QStringLiteral("pieces of %1").arg(piece)));
+        // Only the statement being read and the partial line are held, never what was split.
+        QVERIFY(piece == script.size() || held < 80);
+    }
 }
 
 // These must simply finish: a splitter that rescans its input would take hours on them.
