@@ -1,5 +1,6 @@
 #include "core/ConnectionProfileJson.h"
 #include "core/Csv.h"
+#include "core/InsertRows.h"
 #include "core/QueryLogJson.h"
 #include "core/RowPredicate.h"
 #include "core/ScriptSplitter.h"
@@ -132,6 +133,7 @@ private Q_SLOTS:
     void splits();
     void streamsWithLineNumbers();
     void splitsLargeScriptsInOnePass();
+    void insertRowsOnlyOfPlainInserts();
     void commentOnlyMatchesThePattern();
     void keywordAndReview();
     void csvWrite();
@@ -327,6 +329,48 @@ void TestCore::streamsWithLineNumbers()
         // Only the statement being read and the partial line are held, never what was split.
         QVERIFY(piece == script.size() || held < 80);
     }
+}
+
+// Rows may be combined only from statements whose whole meaning is "add these rows to that table".
+void TestCore::insertRowsOnlyOfPlainInserts()
+{
+    const std::tuple<const char *, const char *, const char *, const char *> accepted[] = {
+        { "INSERT INTO `t` (`a`, `b`) VALUES (1, 'x')", "INSERT INTO `t` (`a`, `b`) VALUES", "(1, 'x')", "`t`" },
+        { "replace db.t value(1),\n ( CONVERT(X'29' USING utf8mb4) ) ",
+            "replace db.t value",
+            "(1),\n ( CONVERT(X'29' USING utf8mb4) )",
+            "db.t" },
+        { "INSERT `a``b`VALUES('),(', \"\"\"\", ')')", "INSERT `a``b`VALUES", "('),(', \"\"\"\", ')')", "`a``b`" },
+        { "INSERT INTO t VALUES ('it''s -- /* # ')", "INSERT INTO t VALUES", "('it''s -- /* # ')", "t" },
+    };
+    for (const auto &[statement, head, rows, table] : accepted) {
+        const auto parts = SQL::insertRows(statement, true);
+        QVERIFY2(parts && parts->head == head && parts->rows == rows && parts->table == table, statement);
+    }
+    const char *refused[] = {
+        "INSERT IGNORE INTO t VALUES (1)",
+        "INSERT LOW_PRIORITY INTO t VALUES (1)",
+        "INSERT INTO t VALUES (1) ON DUPLICATE KEY UPDATE a = 2",
+        "INSERT INTO t VALUES (1) RETURNING a",
+        "INSERT INTO t SET a = 1",
+        "INSERT INTO t SELECT 1",
+        "INSERT INTO t (a) SELECT 1",
+        "INSERT INTO t VALUES (1) -- note",
+        "INSERT INTO t VALUES (1 /* note */)",
+        "/* note */ INSERT INTO t VALUES (1)",
+        "INSERT INTO t VALUES (1), ",
+        "INSERT INTO t VALUES (1) (2)",
+        "INSERT INTO t VALUES ('open)",
+        "INSERTED INTO t VALUES (1)",
+        "UPDATE t SET a = 1",
+    };
+    for (const char *statement : refused) {
+        QVERIFY2(!SQL::insertRows(statement, true), statement);
+    }
+    // Where a backslash is an ordinary character, 'a\' ends the string, and what follows counts.
+    const char *escaped = "INSERT INTO t VALUES ('a\\') ON DUPLICATE KEY UPDATE a = (')";
+    QVERIFY(SQL::insertRows(escaped, true));
+    QVERIFY(!SQL::insertRows(escaped, false));
 }
 
 // These must simply finish: a splitter that rescans its input would take hours on them.
