@@ -243,6 +243,16 @@ void MySQLConnection::close()
     }
 }
 
+bool MySQLConnection::transactionOpen()
+{
+    query("DO 0");
+    unsigned int status = 0;
+    if (mariadb_get_infov(requireHandle(), MARIADB_CONNECTION_SERVER_STATUS, &status) != 0) {
+        throwClientError();
+    }
+    return (status & SERVER_STATUS_IN_TRANS) != 0;
+}
+
 QueryResult MySQLConnection::query(const std::string &sql, std::int64_t maxRows)
 {
     MYSQL *handle = requireHandle();

@@ -73,6 +73,10 @@ public:
     // Deletes the base-table row behind row `row` of a result read from `database`.`table`.
     void deleteRow(const QueryResult &result, std::int64_t row, const std::string &database, const std::string &table);
 
+    // Whether a transaction is open on the server, asked of the server itself: a failed
+    // statement's answer carries no status, and a deadlock ends the transaction behind it.
+    bool transactionOpen();
+
     void createUser(const std::string &name, const std::string &host, const std::string &password);
 
     // A string literal escaped by the live connection, following its character set and SQL mode.

@@ -1,5 +1,7 @@
 #include "core/InsertRows.h"
 
+#include <string>
+
 namespace tallowick::SQL
 {
 
@@ -97,8 +99,10 @@ public:
         return false;
     }
 
-    // "( ... )" with nested parentheses and quotes, and no comment anywhere inside.
-    bool parenthesised()
+    // "( ... )" with nested parentheses and quotes, and no comment anywhere inside. With
+    // `literalsOnly`, no function but CONVERT and no subquery either: a function of the session
+    // (NOW(), ROW_COUNT(), LAST_INSERT_ID()) would read another moment in a combined statement.
+    bool parenthesised(bool literalsOnly)
     {
         if (peek() != '(') {
             return false;
@@ -106,6 +110,12 @@ public:
         int depth = 0;
         while (!atEnd()) {
             const char c = m_text[m_pos];
+            if (literalsOnly && isWordChar(c)) {
+                if (!literalWord()) {
+                    return false;
+                }
+                continue;
+            }
             if (c == '\'' || c == '"' || c == '`') {
                 if (!quoted()) {
                     return false;
@@ -127,6 +137,26 @@ public:
     }
 
 private:
+    bool literalWord()
+    {
+        const std::size_t start = m_pos;
+        while (!atEnd() && isWordChar(m_text[m_pos])) {
+            ++m_pos;
+        }
+        std::string word(m_text.substr(start, m_pos - start));
+        for (char &c : word) {
+            if (c >= 'a' && c <= 'z') {
+                c = static_cast<char>(c - ('a' - 'A'));
+            }
+        }
+        std::size_t next = m_pos;
+        while (next < m_text.size() && isBlank(m_text[next])) {
+            ++next;
+        }
+        const bool call = next < m_text.size() && m_text[next] == '(';
+        return word != "SELECT" && (!call || word == "CONVERT");
+    }
+
     bool namePart()
     {
         if (peek() == '`') {
@@ -162,7 +192,7 @@ std::optional<InsertRows> insertRows(std::string_view statement, bool backslashE
     const std::string_view table = statement.substr(tableStart, reader.position() - tableStart);
     reader.skipBlanks();
     if (reader.peek() == '(') {
-        if (!reader.parenthesised()) {
+        if (!reader.parenthesised(false)) {
             return std::nullopt;
         }
         reader.skipBlanks();
@@ -174,7 +204,7 @@ std::optional<InsertRows> insertRows(std::string_view statement, bool backslashE
     reader.skipBlanks();
     const std::size_t rowsStart = reader.position();
     while (true) {
-        if (!reader.parenthesised()) {
+        if (!reader.parenthesised(true)) {
             return std::nullopt;
         }
         const std::size_t rowsEnd = reader.position();

@@ -16,10 +16,10 @@ struct InsertRows {
 };
 
 // The statement's parts when it is exactly INSERT|REPLACE [INTO] table [(columns)] VALUES|VALUE
-// followed by parenthesised rows and nothing else; nothing for every other form (IGNORE,
-// priorities, ON DUPLICATE KEY UPDATE, SET, SELECT, RETURNING, comments outside the values),
-// whose meaning could change when rows are combined. `backslashEscapes` is false under the
-// NO_BACKSLASH_ESCAPES SQL mode, where a backslash inside a string is an ordinary character.
+// followed by parenthesised rows of literals (CONVERT allowed) and nothing else; nothing for every
+// other form (IGNORE, priorities, ON DUPLICATE KEY UPDATE, SET, SELECT, RETURNING, comments,
+// functions and subqueries in the values), whose meaning could change when rows are combined. `backslashEscapes` is
+// false under the NO_BACKSLASH_ESCAPES SQL mode, where a backslash inside a string is an ordinary character.
 std::optional<InsertRows> insertRows(std::string_view statement, bool backslashEscapes);
 
 } // namespace tallowick::SQL
