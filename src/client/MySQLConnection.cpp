@@ -243,6 +243,17 @@ void MySQLConnection::close()
     }
 }
 
+void MySQLConnection::resetSession()
+{
+    MYSQL *handle = requireHandle();
+    if (mysql_reset_connection(handle) != 0 || mysql_set_character_set(handle, "utf8mb4") != 0) {
+        throwClientError();
+    }
+    if (m_profile.readOnly) {
+        query("SET SESSION TRANSACTION READ ONLY");
+    }
+}
+
 bool MySQLConnection::transactionOpen()
 {
     query("DO 0");

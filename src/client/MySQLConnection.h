@@ -47,6 +47,10 @@ public:
     // kept. A failure always leaves the object disconnected.
     void connect(const std::string &password);
     void use(const std::string &database);
+    // Gives the connection back the state it had after connecting: a script's session variables,
+    // user variables, temporary tables and open transaction are dropped, the character set and
+    // read-only mode applied again. The current database is the caller's to choose.
+    void resetSession();
     void close();
 
     bool isConnected() const { return m_handle != nullptr; }

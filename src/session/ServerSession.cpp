@@ -309,6 +309,10 @@ void ServerSession::setConnected(bool value)
 
 void ServerSession::setBusy(bool value)
 {
+    if (!value) {
+        assign(m_progress, -1, &ServerSession::progressChanged);
+        m_fileRunCancelled.reset();
+    }
     assign(m_busy, value, &ServerSession::busyChanged);
 }
 
@@ -362,10 +366,11 @@ void ServerSession::setError(const OptionalText &value)
     assign(m_error, value, &ServerSession::errorChanged);
 }
 
-void ServerSession::reportProgress(const std::string &text)
+void ServerSession::reportProgress(const std::string &text, int percent)
 {
     if (m_busy) {
         setStatus(text);
+        assign(m_progress, percent, &ServerSession::progressChanged);
     }
 }
 

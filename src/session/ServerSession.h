@@ -6,6 +6,7 @@
 
 #include <QObject>
 #include <QUuid>
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -54,6 +55,7 @@ class ServerSession final : public QObject
     Q_PROPERTY(tallowick::QueryResult metadata READ metadata NOTIFY metadataChanged)
     Q_PROPERTY(std::string showSQL READ showSQL WRITE setShowSQL NOTIFY showSQLChanged)
     Q_PROPERTY(tallowick::QueryResult userGrants READ userGrants NOTIFY userGrantsChanged)
+    Q_PROPERTY(int progress READ progress NOTIFY progressChanged)
 
 public:
     static constexpr const char *initialTabSQL
@@ -97,6 +99,8 @@ public:
     const std::string &showSQL() const { return m_showSQL; }
     // The grants of the account picked in the users panel.
     const QueryResult &userGrants() const { return m_userGrants; }
+    // How far the running job is, in percent; -1 when it cannot tell.
+    int progress() const { return m_progress; }
 
     // Index of the active tab in `tabs`; 0 when no tab matches.
     std::size_t tabIndex() const;
@@ -117,8 +121,9 @@ public:
     void setBuilder(const BuilderSpec &builder);
     void setShowSQL(const std::string &text);
     void clearError();
-    // Progress of the running job in the status line (ignored once the session is idle again).
-    void reportProgress(const std::string &text);
+    // Progress of the running job in the status line, and in percent when known (ignored once
+    // the session is idle again).
+    void reportProgress(const std::string &text, int percent = -1);
     // The editor's text of a tab; marks it dirty when it changed.
     void setTabSQL(const QUuid &tab, const std::string &sql);
     void setTabResultIndex(const QUuid &tab, std::int64_t index);
@@ -150,6 +155,10 @@ public:
     void exportCSV();
     void backup();
     void importSQL();
+    // Runs a SQL file of any size without opening it, after one confirmation naming the file,
+    // its size and the server; the status shows how far it got, and cancel() stops it between
+    // statements. Statements that ran stay applied, as in a plain run.
+    void runSqlFile();
     void saveQuery();
     void loadBuilderColumns(const std::string &table);
 
@@ -213,6 +222,7 @@ Q_SIGNALS:
     void metadataChanged();
     void showSQLChanged();
     void userGrantsChanged();
+    void progressChanged();
     // After any of the above.
     void changed();
     // A finished run's history entry, on the main thread.
@@ -239,6 +249,9 @@ private:
     void performFor(
         const std::string &title, std::function<void(MySQLConnection &)> task, Completion then, Finished done);
     void reloadAfter(ManagementSheet kind, const std::string &database, const std::string &table);
+    // Confirms and starts the run of the file at `path`; `lead` opens the confirmation's text.
+    void startFileRun(const std::string &path, const std::string &lead);
+    bool mayRunFile();
 
     // Starts `job` on the lane; false when it did not start. A failure is also handed to `failed`.
     bool enqueue(const std::string &title, Job job, Failed failed = {});
@@ -280,6 +293,9 @@ private:
 
     bool m_connected = false;
     bool m_busy = false;
+    int m_progress = -1;
+    // Set by cancel() while a SQL file runs; the run stops before its next statement.
+    std::shared_ptr<std::atomic<bool>> m_fileRunCancelled;
     std::string m_database;
     std::string m_selectedTable;
     WorkspaceMode m_mode = WorkspaceMode::query;

@@ -147,9 +147,12 @@ void ServerSession::importSQL()
         return;
     }
     const QFileInfo info(QString::fromStdString(*path));
-    // Checked before reading, so a huge file is never pulled into memory.
+    // Checked before reading, so a huge file is never pulled into memory. Too large for the
+    // editor, it can still run directly.
+    const std::string tooLarge
+        = info.fileName().toStdString() + " is larger than 20 MB, too large to open in the editor. ";
     if (info.exists() && static_cast<std::size_t>(info.size()) > largestImportBytes) {
-        setError("Use a command-line import for scripts larger than 20 MB.");
+        startFileRun(*path, tooLarge);
         return;
     }
     std::string text;
@@ -160,7 +163,7 @@ void ServerSession::importSQL()
         return;
     }
     if (text.size() > largestImportBytes) {
-        setError("Use a command-line import for scripts larger than 20 MB.");
+        startFileRun(*path, tooLarge);
         return;
     }
     if (!isValidUtf8(text)) {

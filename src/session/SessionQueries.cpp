@@ -159,6 +159,9 @@ void ServerSession::cancel()
     if (!m_busy || m_connectionID == 0) {
         return;
     }
+    if (m_fileRunCancelled) {
+        *m_fileRunCancelled = true;
+    }
     // Never on the session's own lane: that is busy with the very statement to stop.
     const QPointer<ServerSession> guard(this);
     runInBackground([guard, keychain = m_keychain, profile = m_profile, target = m_connectionID] {

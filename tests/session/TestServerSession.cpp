@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -163,6 +164,9 @@ void TestServerSession::readOnlyProfileRefusesWrites()
             OptionalText("This connection is read-only. SELECT, SHOW, DESCRIBE, and EXPLAIN are allowed."));
         session->clearError();
     }
+    session->runSqlFile();
+    QCOMPARE(session->error(),
+        OptionalText("This connection is read-only. SELECT, SHOW, DESCRIBE, and EXPLAIN are allowed."));
     QVERIFY(m_harness->prompts.asked.empty());
     QCOMPARE(peopleCount("id = 1"), Cell("1"));
     // Reads still run.
@@ -366,14 +370,10 @@ void TestServerSession::filesSaveImportAndExport()
     writeFileAtomically(path("big.sql"), QByteArray::fromStdString(script));
     writeFileAtomically(path("too-big.sql"), QByteArray::fromStdString(script + "-"));
     writeFileAtomically(path("latin1.sql"), "SELECT '\xe9t\xe9';");
-    for (const auto &[name, message] :
-        { std::pair("too-big.sql", "Use a command-line import for scripts larger than 20 MB."),
-            std::pair("latin1.sql", "The file latin1.sql is not UTF-8 text.") }) {
-        m_harness->prompts.files = { path(name) };
-        m_session->importSQL();
-        QCOMPARE(m_session->error(), OptionalText(message));
-        m_session->clearError();
-    }
+    m_harness->prompts.files = { path("latin1.sql") };
+    m_session->importSQL();
+    QCOMPARE(m_session->error(), OptionalText("The file latin1.sql is not UTF-8 text."));
+    m_session->clearError();
     QCOMPARE(m_session->tabs().size(), std::size_t(1));
 
     m_harness->prompts.files = { path("big.sql") };
@@ -387,6 +387,46 @@ void TestServerSession::filesSaveImportAndExport()
     QVERIFY(connectAndSettle(*m_session));
     m_session->selectTable("people", m_scratch->name());
     QVERIFY(settle(*m_session));
+    // Too large for the editor, a script is offered to run directly, naming file, size and server.
+    m_harness->prompts.files = { path("too-big.sql") };
+    m_session->importSQL();
+    QCOMPARE(m_harness->prompts.asked.back().text, std::string("Run too-big.sql?"));
+    QCOMPARE(QString::fromStdString(m_harness->prompts.asked.back().detail),
+        QString::fromStdString(
+            "too-big.sql is larger than 20 MB, too large to open in the editor. too-big.sql (20.0 MB) runs on "
+            + m_session->profile().name + " (" + m_session->profile().endpoint() + ", database " + m_scratch->name()
+            + ") without review, statement by statement, and stops at the first failure. What ran before it stays "
+              "applied."));
+    QVERIFY(!m_session->busy() && !m_session->error() && m_session->tabs().size() == 2);
+    // A file runs on the session's connection and leaves nothing of its own there: not its SQL
+    // mode, its variables or its database. It stops at the first failure, naming the line.
+    writeFileAtomically(path("load.sql"),
+        "SET SESSION sql_mode = 'ANSI_QUOTES', @seen = 'file';\nCREATE DATABASE IF NOT EXISTS "
+            + QByteArray::fromStdString(SQL::identifier(m_scratch->name() + "_file")) + ";\nUSE "
+            + QByteArray::fromStdString(SQL::identifier(m_scratch->name() + "_file"))
+            + ";\nCREATE TABLE t (id INT);\nINSERT INTO t VALUES (1);\nINSERT INTO t VALUES (2);\n");
+    writeFileAtomically(
+        path("broken.sql"), "INSERT INTO people (id, name) VALUES (9, 'Kay');\nINSERT INTO nowhere VALUES (1);\n");
+    const auto scratchFile = qScopeGuard(
+        [this] { m_scratch->run("DROP DATABASE IF EXISTS " + SQL::identifier(m_scratch->name() + "_file")); });
+    const std::string modeBefore = m_scratch->connection().query("SELECT @@GLOBAL.sql_mode").rows.at(0).at(0).value();
+    m_harness->prompts.files = { path("load.sql"), path("broken.sql") };
+    m_harness->prompts.confirmations = { true, true };
+    m_session->runSqlFile();
+    QVERIFY(settle(*m_session));
+    QVERIFY(m_session->status().starts_with("load.sql: 6 statements run · "));
+    QVERIFY(std::ranges::count(m_session->databases(), m_scratch->name() + "_file") == 1);
+    m_session->run("SELECT @@SESSION.sql_mode, @seen, DATABASE()");
+    QVERIFY(settle(*m_session));
+    QCOMPARE(m_session->tabs().back().result->rows.at(0), (Row { modeBefore, std::nullopt, m_scratch->name() }));
+    m_session->runSqlFile();
+    QVERIFY(settle(*m_session));
+    QVERIFY2(m_session->error().value_or("").starts_with("Stopped at line 2: MySQL 1146: "),
+        m_session->error().value_or("").c_str());
+    QCOMPARE(peopleCount("id = 9"), Cell("1"));
+    m_scratch->run("DELETE FROM people WHERE id = 9");
+    m_session->clearError();
+    m_session->setMode(WorkspaceMode::data);
     // The CSV export writes the displayed rows: here the table's page.
     m_harness->prompts.files = { path("out.csv"), path("shop.sql"), path("shop.sql") };
     m_session->exportCSV();
