@@ -107,6 +107,11 @@ void MainWindow::buildMenus()
     file->addAction(QStringLiteral("New Connection…"), QKeySequence::New, this, &MainWindow::newConnection);
     file->addAction(QStringLiteral("New Query Tab"), QKeySequence(Qt::CTRL | Qt::Key_T), this, &MainWindow::newQuery);
     file->addAction(QStringLiteral("Open SQL Script…"), QKeySequence::Open, this, &MainWindow::openSQL);
+    file->addAction(QStringLiteral("Run SQL File…"), this, [this] {
+        if (ServerSession *session = m_store->active()) {
+            session->runSqlFile();
+        }
+    });
     file->addAction(QStringLiteral("Save Query…"), QKeySequence::Save, this, &MainWindow::saveSQL);
 
     QMenu *edit = bar->addMenu(QStringLiteral("Edit"));

@@ -1,11 +1,13 @@
 #include "ui/SessionStatusBar.h"
 
 #include "session/ServerSession.h"
+#include "ui/FormParts.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <algorithm>
 
 namespace tallowick
 {
@@ -14,7 +16,7 @@ SessionStatusBar::SessionStatusBar(ServerSession &session, QWidget *parent)
     : QWidget(parent)
     , m_session(&session)
     , m_status(new QLabel)
-    , m_error(new QLabel)
+    , m_error(errorLabel(QStringLiteral("sessionError")))
     , m_dismiss(new QPushButton(QStringLiteral("Dismiss")))
     , m_busy(new QProgressBar)
     , m_cancel(new QPushButton(QStringLiteral("Cancel")))
@@ -28,10 +30,6 @@ SessionStatusBar::SessionStatusBar(ServerSession &session, QWidget *parent)
     m_busy->setFixedSize(90, 10);
     m_busy->setTextVisible(false);
     m_status->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_error->setObjectName(QStringLiteral("sessionError"));
-    m_error->setStyleSheet(QStringLiteral("color: #b42318;"));
-    m_error->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_error->setWordWrap(true);
     m_cancel->setToolTip(QStringLiteral("Stop the running statement on the server"));
     m_dismiss->setFlat(true);
     m_dismiss->setToolTip(QStringLiteral("Hide this error"));
@@ -55,6 +53,7 @@ SessionStatusBar::SessionStatusBar(ServerSession &session, QWidget *parent)
     QObject::connect(&session, &ServerSession::statusChanged, this, &SessionStatusBar::refresh);
     QObject::connect(&session, &ServerSession::errorChanged, this, &SessionStatusBar::refresh);
     QObject::connect(&session, &ServerSession::busyChanged, this, &SessionStatusBar::refresh);
+    QObject::connect(&session, &ServerSession::progressChanged, this, &SessionStatusBar::refresh);
     refresh();
 }
 
@@ -69,6 +68,10 @@ void SessionStatusBar::refresh()
     m_error->setVisible(hasError);
     m_dismiss->setVisible(hasError);
     m_busy->setVisible(m_session->busy());
+    // A moving bar while the job cannot tell how far it is, a filling one when it can.
+    const int progress = m_session->progress();
+    m_busy->setRange(0, progress < 0 ? 0 : 100);
+    m_busy->setValue(std::max(progress, 0));
     m_cancel->setVisible(m_session->busy());
 }
 
