@@ -1,3 +1,4 @@
+#include "app/Commands.h"
 #include "app/DesktopApp.h"
 #include "app/EntryMode.h"
 #include "app/IntegrationChecks.h"
@@ -36,7 +37,9 @@ int main(int argc, char *argv[])
             [](const MakeIconMode &mode) {
                 return runNonInteractive([&mode] { createAppIcon(mode.path); }, std::cerr);
             },
-            [&argc, argv](const DesktopMode &) { return runDesktop(argc, argv); },
+            [&argc, argv, &arguments](const DesktopMode &) {
+                return isCommand(arguments) ? runCommandLine(arguments, argc, argv) : runDesktop(argc, argv);
+            },
         },
         chooseEntryMode(arguments));
 }

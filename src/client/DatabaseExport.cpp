@@ -3,8 +3,12 @@
 #include "client/MySQLConnection.h"
 #include "core/AppError.h"
 #include "core/SqlQuoting.h"
+#include "core/UuidText.h"
 
 #include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QUuid>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -149,6 +153,24 @@ void MySQLConnection::backup(
 {
     const NeutralSessionSettings neutral(*this);
     writeBackup(database, path, progress);
+}
+
+void MySQLConnection::backupReplacing(const std::string &database,
+    const std::string &destination,
+    const std::function<void(const std::string &)> &progress)
+{
+    const QString folder = QFileInfo(QString::fromStdString(destination)).absolutePath();
+    const std::string partial
+        = QDir(folder).filePath(QString::fromStdString("." + uuidText(QUuid::createUuid()) + ".partial")).toStdString();
+    try {
+        backup(database, partial, progress);
+        if (std::rename(partial.c_str(), destination.c_str()) != 0) {
+            throw AppError("Could not replace " + destination + " with the finished export.");
+        }
+    } catch (...) {
+        std::remove(partial.c_str());
+        throw;
+    }
 }
 
 void MySQLConnection::writeBackup(

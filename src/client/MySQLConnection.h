@@ -91,6 +91,11 @@ public:
     // before it is written, on the calling thread. Memory stays flat whatever the table sizes.
     void backup(
         const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress);
+    // The same export into a temporary file next to `destination`, which replaces it only when
+    // complete: a failed export never overwrites an earlier good file, and leaves nothing behind.
+    void backupReplacing(const std::string &database,
+        const std::string &destination,
+        const std::function<void(const std::string &)> &progress);
 
     // One streamed row of raw bytes: values[i] is nullptr for SQL NULL.
     struct RawRow {

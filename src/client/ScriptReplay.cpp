@@ -250,6 +250,10 @@ ScriptReplayOutcome ScriptReplay::run(
             runReady();
         }
         closeGroup();
+        if (progress && !cancelled) {
+            report.statementsDone = m_done;
+            progress(report);
+        }
     } catch (...) {
         // Whatever stopped the run, the statements already sent stay as a plain run leaves them.
         if (m_groupOpen) {

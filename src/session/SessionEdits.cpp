@@ -114,27 +114,14 @@ void ServerSession::backup()
     if (!destination) {
         return;
     }
-    // The dump goes to a temporary file next to the destination and replaces it only when
-    // complete, so a failed export never overwrites an earlier good file.
-    const QString folder = QFileInfo(QString::fromStdString(*destination)).absolutePath();
-    const std::string partial
-        = QDir(folder).filePath(QString::fromStdString("." + uuidText(QUuid::createUuid()) + ".partial")).toStdString();
     const QPointer<ServerSession> guard(this);
     perform(
         "Exporting schema and data…",
-        [guard, database = m_database, partial, destination = *destination](MySQLConnection &client) {
-            try {
-                client.backup(database, partial, [guard](const std::string &name) {
-                    postToMainThread(
-                        guard, [name](ServerSession &session) { session.reportProgress("Exporting " + name + "…"); });
-                });
-                if (std::rename(partial.c_str(), destination.c_str()) != 0) {
-                    throw AppError("Could not replace " + destination + " with the finished export.");
-                }
-            } catch (...) {
-                std::remove(partial.c_str());
-                throw;
-            }
+        [guard, database = m_database, destination = *destination](MySQLConnection &client) {
+            client.backupReplacing(database, destination, [guard](const std::string &name) {
+                postToMainThread(
+                    guard, [name](ServerSession &session) { session.reportProgress("Exporting " + name + "…"); });
+            });
         },
         [destination = *destination](
             ServerSession &session) { session.setStatus("Schema and data exported to " + destination); });

@@ -18,10 +18,7 @@
 namespace tallowick
 {
 
-namespace
-{
-
-std::string defaultFolder()
+std::string AppStore::defaultFolder()
 {
     QString base = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
     if (base.isEmpty()) {
@@ -30,7 +27,12 @@ std::string defaultFolder()
     return QDir(base).filePath(QStringLiteral("Tallowick")).toStdString();
 }
 
-} // namespace
+std::vector<ConnectionProfile> AppStore::savedProfiles(const std::string &folder)
+{
+    const QString path = QDir(QString::fromStdString(folder)).filePath(QStringLiteral("connections.json"));
+    return QFileInfo::exists(path) ? decodeProfiles(readWholeFile(path.toStdString()))
+                                   : std::vector<ConnectionProfile> {};
+}
 
 AppStore::AppStore(
     const std::optional<std::string> &folder, std::shared_ptr<Keychain> keychain, UserPrompts &prompts, QObject *parent)
@@ -58,14 +60,12 @@ std::string AppStore::historyPath() const
 
 void AppStore::loadFiles()
 {
-    if (QFileInfo::exists(QString::fromStdString(connectionsPath()))) {
-        try {
-            m_profiles = decodeProfiles(readWholeFile(connectionsPath()));
-        } catch (const AppError &failure) {
-            // The file stays as it is until the next save overwrites it.
-            m_profiles.clear();
-            m_error = "Could not load saved connections: " + failure.message();
-        }
+    try {
+        m_profiles = savedProfiles(m_folder);
+    } catch (const AppError &failure) {
+        // The file stays as it is until the next save overwrites it.
+        m_profiles.clear();
+        m_error = "Could not load saved connections: " + failure.message();
     }
     try {
         m_history = decodeQueryLogs(readWholeFile(historyPath()));

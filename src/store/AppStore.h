@@ -34,6 +34,11 @@ class AppStore final : public QObject
 public:
     static constexpr std::size_t historyLimit = 300;
 
+    // The per-user data folder: $XDG_DATA_HOME/Tallowick.
+    static std::string defaultFolder();
+    // The profiles saved in `folder`, as the application reads them; none without a file.
+    static std::vector<ConnectionProfile> savedProfiles(const std::string &folder);
+
     // Without a folder, the per-user data folder ($XDG_DATA_HOME/Tallowick). The folder is
     // created when missing; both files are read at once. Never connects by itself.
     AppStore(const std::optional<std::string> &folder,

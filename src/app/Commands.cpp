@@ -1,0 +1,200 @@
+#include "app/Commands.h"
+
+#include "app/CommandLine.h"
+#include "app/EntryMode.h"
+#include "client/ClientThreadScope.h"
+#include "client/MySQLConnection.h"
+#include "client/ScriptReplay.h"
+#include "core/AppError.h"
+#include "credentials/Keychain.h"
+#include "credentials/QtKeychainStore.h"
+#include "store/AppStore.h"
+
+#include <QCoreApplication>
+#include <chrono>
+#include <cstdio>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+#include <thread>
+#include <unistd.h>
+
+namespace tallowick
+{
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+ConnectionProfile savedProfile(const std::string &name)
+{
+    const std::vector<ConnectionProfile> profiles = AppStore::savedProfiles(AppStore::defaultFolder());
+    for (const ConnectionProfile &profile : profiles) {
+        if (profile.name == name) {
+            return profile;
+        }
+    }
+    std::string known;
+    for (const ConnectionProfile &profile : profiles) {
+        known += (known.empty() ? " Saved connections: " : ", ") + profile.name;
+    }
+    throw AppError("No saved connection is named \"" + name + "\"." + (known.empty() ? "" : known + "."));
+}
+
+std::string password(const CommandRequest &request, const ConnectionProfile &profile)
+{
+    if (!request.passwordStdin) {
+        Keychain keychain(std::make_shared<QtKeychainStore>(), std::make_shared<CredentialMemoryCache>());
+        return keychain.load(profile.id);
+    }
+    std::string line;
+    std::getline(std::cin, line);
+    if (line.ends_with('\r')) {
+        line.pop_back();
+    }
+    return line;
+}
+
+// Progress on standard error: a bar redrawn in place on a terminal, a plain line now and then
+// otherwise, so a log file does not fill with bars.
+class ProgressLine
+{
+public:
+    ProgressLine()
+        : m_terminal(isatty(STDERR_FILENO) == 1)
+    {
+    }
+
+    ~ProgressLine()
+    {
+        if (m_drawn) {
+            std::cerr << '\n' << std::flush;
+        }
+    }
+
+    ProgressLine(const ProgressLine &) = delete;
+    ProgressLine &operator=(const ProgressLine &) = delete;
+
+    void show(double fraction, const std::string &text)
+    {
+        const auto now = Clock::now();
+        const auto gap = m_terminal ? std::chrono::milliseconds(100) : std::chrono::milliseconds(2000);
+        if (m_drawn && now - m_last < gap && fraction < 1.0) {
+            return;
+        }
+        m_last = now;
+        const int percent = static_cast<int>(fraction * 100);
+        if (m_terminal) {
+            constexpr int width = 30;
+            const int filled = percent * width / 100;
+            std::cerr << "\r[" << std::string(static_cast<std::size_t>(filled), '#')
+                      << std::string(static_cast<std::size_t>(width - filled), ' ') << "] " << percent << "% " << text
+                      << "\x1b[K" << std::flush;
+            m_drawn = true;
+        } else {
+            std::cerr << percent << "% " << text << '\n' << std::flush;
+        }
+    }
+
+private:
+    bool m_terminal;
+    bool m_drawn = false;
+    Clock::time_point m_last;
+};
+
+std::string secondsSince(Clock::time_point start)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(2) << std::chrono::duration<double>(Clock::now() - start).count();
+    return text.str();
+}
+
+void runFile(const CommandRequest &request, MySQLConnection &connection)
+{
+    const auto start = Clock::now();
+    ScriptReplayOutcome outcome;
+    {
+        ProgressLine progress;
+        outcome = ScriptReplay(connection)
+                      .run(
+                          request.file,
+                          [&progress](const ScriptReplayProgress &report) {
+                              progress.show(
+                                  report.bytesTotal == 0 ? 1.0 : double(report.bytesDone) / double(report.bytesTotal),
+                                  std::to_string(report.statementsDone) + " of "
+                                      + std::to_string(report.statementsTotal) + " statements");
+                          },
+                          nullptr);
+    }
+    std::cout << outcome.statements << " statements run in " << secondsSince(start) << " s\n" << std::flush;
+}
+
+void exportDatabase(const CommandRequest &request, MySQLConnection &connection)
+{
+    const auto start = Clock::now();
+    connection.backupReplacing(request.database, request.output, [](const std::string &name) {
+        std::cerr << "Exporting " << name << "…\n" << std::flush;
+    });
+    std::cout << "Exported " << request.database << " to " << request.output << " in " << secondsSince(start) << " s\n"
+              << std::flush;
+}
+
+void execute(const CommandRequest &request)
+{
+    const ConnectionProfile profile = savedProfile(request.connection);
+    if (request.command == "run-file" && profile.readOnly) {
+        throw AppError("The connection \"" + profile.name + "\" is read-only; run-file may write.");
+    }
+    const std::string secret = password(request, profile);
+    const ClientThreadScope scope;
+    MySQLConnection connection(profile);
+    connection.connect(secret);
+    if (!request.database.empty()) {
+        connection.use(request.database);
+    }
+    if (request.command == "run-file") {
+        runFile(request, connection);
+    } else {
+        exportDatabase(request, connection);
+    }
+}
+
+} // namespace
+
+bool isCommand(const std::vector<std::string> &arguments)
+{
+    try {
+        return parseCommand(arguments).has_value();
+    } catch (const UsageError &) {
+        return true;
+    }
+}
+
+int runCommandLine(const std::vector<std::string> &arguments, int &argc, char **argv)
+{
+    std::optional<CommandRequest> request;
+    try {
+        request = parseCommand(arguments);
+    } catch (const UsageError &error) {
+        std::cerr << error.what() << '\n' << commandUsage(arguments.at(1)) << std::flush;
+        return 2;
+    }
+    if (request->help) {
+        std::cout << commandUsage(request->command) << std::flush;
+        return 0;
+    }
+    // The keyring answers through this event loop; the command itself runs beside it.
+    QCoreApplication app(argc, argv);
+    int status = 1;
+    std::thread worker([&] {
+        status = runNonInteractive([&] { execute(*request); }, std::cerr);
+        QMetaObject::invokeMethod(
+            &app, [] { QCoreApplication::exit(); }, Qt::QueuedConnection);
+    });
+    QCoreApplication::exec();
+    worker.join();
+    return status;
+}
+
+} // namespace tallowick
