@@ -1,14 +1,12 @@
 // The schema-and-data export: tables (structure, then one INSERT per row) and then views, read
 // inside one consistent snapshot and streamed to the file so memory stays flat.
+#include "client/ExportFile.h"
 #include "client/MySQLConnection.h"
 #include "core/AppError.h"
+#include "core/FileText.h"
 #include "core/SqlQuoting.h"
-#include "core/UuidText.h"
 
 #include <QDateTime>
-#include <QDir>
-#include <QFileInfo>
-#include <QUuid>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -18,53 +16,6 @@ namespace tallowick
 
 namespace
 {
-
-class ExportFile
-{
-public:
-    explicit ExportFile(const std::string &path)
-        : m_file(std::fopen(path.c_str(), "wb"))
-    {
-        if (!m_file) {
-            throw AppError("Cannot create the backup file.");
-        }
-        std::setvbuf(m_file, nullptr, _IOFBF, 1 << 20);
-    }
-
-    ~ExportFile()
-    {
-        if (m_file) {
-            std::fclose(m_file);
-        }
-    }
-
-    ExportFile(const ExportFile &) = delete;
-    ExportFile &operator=(const ExportFile &) = delete;
-
-    void write(std::string_view text)
-    {
-        if (std::fwrite(text.data(), 1, text.size(), m_file) != text.size()) {
-            fail();
-        }
-    }
-
-    void close()
-    {
-        std::FILE *file = m_file;
-        m_file = nullptr;
-        if (std::fclose(file) != 0) {
-            fail();
-        }
-    }
-
-private:
-    [[noreturn]] static void fail()
-    {
-        throw AppError(std::string("Could not write the backup file: ") + std::strerror(errno) + ".");
-    }
-
-    std::FILE *m_file;
-};
 
 struct ListedObject {
     std::string name;
@@ -159,25 +110,14 @@ void MySQLConnection::backupReplacing(const std::string &database,
     const std::string &destination,
     const std::function<void(const std::string &)> &progress)
 {
-    const QString folder = QFileInfo(QString::fromStdString(destination)).absolutePath();
-    const std::string partial
-        = QDir(folder).filePath(QString::fromStdString("." + uuidText(QUuid::createUuid()) + ".partial")).toStdString();
-    try {
-        backup(database, partial, progress);
-        if (std::rename(partial.c_str(), destination.c_str()) != 0) {
-            throw AppError("Could not replace " + destination + " with the finished export.");
-        }
-    } catch (...) {
-        std::remove(partial.c_str());
-        throw;
-    }
+    replaceWhenComplete(destination, [&](const std::string &partial) { backup(database, partial, progress); });
 }
 
 void MySQLConnection::writeBackup(
     const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress)
 {
     const std::vector<ListedObject> objects = listObjects(query("SHOW FULL TABLES FROM " + SQL::identifier(database)));
-    ExportFile file(path);
+    ExportFile file(path, "backup file");
     const std::string timestamp = QDateTime::currentDateTimeUtc().toString(Qt::ISODate).toStdString();
     // The replay gets the settings the file was read under: zero stays a value in an
     // AUTO_INCREMENT key, dates the server once took come back as they are, a value that would

@@ -419,7 +419,9 @@ std::string MySQLConnection::stringLiteral(const std::string &text) const
     return "'" + repairedUtf8(buffer) + "'";
 }
 
-void MySQLConnection::streamRows(const std::string &sql, const std::function<void(const RawRow &)> &onRow)
+void MySQLConnection::streamRows(const std::string &sql,
+    const std::function<void(const RawRow &)> &onRow,
+    const std::function<void(const std::vector<std::string> &)> &onNames)
 {
     MYSQL *handle = requireHandle();
     if (mysql_real_query(handle, sql.data(), sql.size()) != 0) {
@@ -432,8 +434,13 @@ void MySQLConnection::streamRows(const std::string &sql, const std::function<voi
     std::vector<bool> binaryColumns;
     const unsigned int fieldCount = mysql_num_fields(stream);
     const MYSQL_FIELD *columns = mysql_fetch_fields(stream);
+    std::vector<std::string> names;
     for (unsigned int i = 0; columns && i < fieldCount; ++i) {
         binaryColumns.push_back(isBinaryColumn(columns[i].charsetnr, static_cast<unsigned int>(columns[i].type)));
+        names.emplace_back(columns[i].name, columns[i].name_length);
+    }
+    if (onNames) {
+        onNames(names);
     }
     try {
         while (MYSQL_ROW values = mysql_fetch_row(stream)) {

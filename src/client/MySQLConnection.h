@@ -104,8 +104,17 @@ public:
         const unsigned long *lengths;
     };
 
-    // Sends `sql` and hands every row, uncapped and unconverted, to `onRow`.
-    void streamRows(const std::string &sql, const std::function<void(const RawRow &)> &onRow);
+    // Sends `sql` and hands every row, uncapped and unconverted, to `onRow`; `onNames` gets the
+    // column names first.
+    void streamRows(const std::string &sql,
+        const std::function<void(const RawRow &)> &onRow,
+        const std::function<void(const std::vector<std::string> &)> &onNames = {});
+
+    // Writes every row `sql` returns to `destination` as CSV (the grid's dialect and cell text),
+    // streamed, so memory stays flat; the file replaces `destination` only when complete.
+    // `progress` gets the rows written so far, now and then. Returns the number of rows.
+    std::int64_t exportCsv(
+        const std::string &sql, const std::string &destination, const std::function<void(std::int64_t rows)> &progress);
 
 private:
     std::string clientErrorText() const;

@@ -27,7 +27,15 @@ void appendQuoted(std::string &out, std::string_view text)
 std::string csv(const QueryResult &result)
 {
     std::string out;
-    const std::vector<std::string> names = result.columnNames();
+    appendCsvHeader(out, result.columnNames());
+    for (const Row &row : result.rows) {
+        appendCsvRow(out, row);
+    }
+    return out;
+}
+
+void appendCsvHeader(std::string &out, const std::vector<std::string> &names)
+{
     for (std::size_t i = 0; i < names.size(); ++i) {
         if (i > 0) {
             out.push_back(',');
@@ -35,20 +43,21 @@ std::string csv(const QueryResult &result)
         appendQuoted(out, names[i]);
     }
     out.append("\r\n");
-    for (const Row &row : result.rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            if (i > 0) {
-                out.push_back(',');
-            }
-            if (row[i]) {
-                appendQuoted(out, *row[i]);
-            } else {
-                out.append("\\N");
-            }
+}
+
+void appendCsvRow(std::string &out, const Row &row)
+{
+    for (std::size_t i = 0; i < row.size(); ++i) {
+        if (i > 0) {
+            out.push_back(',');
         }
-        out.append("\r\n");
+        if (row[i]) {
+            appendQuoted(out, *row[i]);
+        } else {
+            out.append("\\N");
+        }
     }
-    return out;
+    out.append("\r\n");
 }
 
 std::vector<std::vector<std::string>> parseCSV(std::string_view text)

@@ -14,6 +14,9 @@ namespace tallowick::SQL
 // Header line of quoted column names, then one line per row. Every present value is quoted (so
 // only an unquoted \N is NULL); every line, the last included, ends in CR LF.
 std::string csv(const QueryResult &result);
+// The same lines one at a time, for output written as it streams.
+void appendCsvHeader(std::string &out, const std::vector<std::string> &names);
+void appendCsvRow(std::string &out, const Row &row);
 
 // Rows of plain text cells. LF, CR and CR LF each end a row; a final line end adds no empty
 // row, a trailing comma keeps its empty field; rows are not padded. Whether \N means NULL is

@@ -1,9 +1,14 @@
 #include "core/FileText.h"
 
 #include "core/AppError.h"
+#include "core/UuidText.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSaveFile>
+#include <QUuid>
+#include <cstdio>
 
 namespace tallowick
 {
@@ -39,6 +44,22 @@ QByteArray readWholeFile(const std::string &path)
         throw AppError("Could not read " + path + ": " + file.errorString().toStdString() + ".");
     }
     return data;
+}
+
+void replaceWhenComplete(const std::string &destination, const std::function<void(const std::string &path)> &write)
+{
+    const QString folder = QFileInfo(QString::fromStdString(destination)).absolutePath();
+    const std::string partial
+        = QDir(folder).filePath(QString::fromStdString("." + uuidText(QUuid::createUuid()) + ".partial")).toStdString();
+    try {
+        write(partial);
+        if (std::rename(partial.c_str(), destination.c_str()) != 0) {
+            throw AppError("Could not replace " + destination + " with the finished file.");
+        }
+    } catch (...) {
+        std::remove(partial.c_str());
+        throw;
+    }
 }
 
 } // namespace tallowick

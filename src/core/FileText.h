@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QFileDevice>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -14,6 +15,11 @@ namespace tallowick
 void writeFileAtomically(const std::string &path,
     const QByteArray &data,
     std::optional<QFileDevice::Permissions> permissions = std::nullopt);
+
+// Lets `write` fill a temporary file next to `destination` (it gets the temporary path), which
+// then replaces `destination`; when `write` throws, the temporary file is removed and
+// `destination` is left as it was. For output too large to hold in memory.
+void replaceWhenComplete(const std::string &destination, const std::function<void(const std::string &path)> &write);
 
 // The whole file. Throws AppError with the system's reason.
 QByteArray readWholeFile(const std::string &path);

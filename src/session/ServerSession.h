@@ -153,6 +153,9 @@ public:
     void editCell(std::int64_t row, std::int64_t column, const Cell &value);
     void deleteSelectedRow();
     void exportCSV();
+    // Every row, not only those on screen: the selected table in data mode, the statement of the
+    // shown query result in query mode (a read only), streamed from the server to the file.
+    void exportAllRowsCSV();
     void backup();
     void importSQL();
     // Runs a SQL file of any size without opening it, after one confirmation naming the file,

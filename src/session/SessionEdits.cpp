@@ -5,6 +5,8 @@
 #include "core/Csv.h"
 #include "core/FileText.h"
 #include "core/MainThread.h"
+#include "core/SqlQuoting.h"
+#include "core/StatementReview.h"
 #include "core/Utf8Text.h"
 #include "core/UuidText.h"
 #include "session/ServerSession.h"
@@ -98,6 +100,50 @@ void ServerSession::exportCSV()
         return;
     }
     setStatus("Exported " + std::to_string(shown.rows.size()) + " displayed rows");
+}
+
+void ServerSession::exportAllRowsCSV()
+{
+    if (m_busy) {
+        return;
+    }
+    std::string sql;
+    std::string proposed = "query-results.csv";
+    if (m_mode == WorkspaceMode::data && !m_selectedTable.empty()) {
+        sql = "SELECT * FROM " + SQL::qualified(m_database, m_selectedTable);
+        proposed = m_selectedTable + ".csv";
+    } else if (m_mode == WorkspaceMode::query && !m_tabs.empty() && m_tabs[tabIndex()].result) {
+        sql = m_tabs[tabIndex()].result->statement;
+        // Running it again must not change anything.
+        if (SQL::requiresReview(sql)) {
+            setError("Only the result of SELECT, SHOW, DESCRIBE, or EXPLAIN can be exported in full.");
+            return;
+        }
+    } else {
+        setError("Open a table or run a query first.");
+        return;
+    }
+    if (!m_connected) {
+        setError("Connect to this server first.");
+        return;
+    }
+    const std::optional<std::string> path = m_prompts.chooseFileToSave(proposed, UserPrompts::FileKind::csv);
+    if (!path) {
+        return;
+    }
+    const QPointer<ServerSession> guard(this);
+    perform<std::int64_t>(
+        "Exporting rows to CSV…",
+        [sql, guard, destination = *path](MySQLConnection &client) {
+            return client.exportCsv(sql, destination, [guard](std::int64_t rows) {
+                postToMainThread(guard, [rows](ServerSession &session) {
+                    session.reportProgress("Exported " + std::to_string(rows) + " rows…");
+                });
+            });
+        },
+        [destination = *path](ServerSession &session, std::int64_t rows) {
+            session.setStatus("Exported " + std::to_string(rows) + " rows to " + destination);
+        });
 }
 
 void ServerSession::backup()

@@ -1,6 +1,7 @@
 #include "client/ClientThreadScope.h"
 #include "client/MySQLConnection.h"
 #include "core/AppError.h"
+#include "core/Csv.h"
 #include "core/ScriptSplitter.h"
 #include "support/Checks.h"
 #include "support/TestServer.h"
@@ -549,6 +550,29 @@ private Q_SLOTS:
                 + "\nSET SQL_MODE=@OLD_SQL_MODE;\nSET TIME_ZONE=@OLD_TIME_ZONE;\nSET FOREIGN_KEY_CHECKS=1;\n"
                   "-- Export complete.\n");
         QCOMPARE(sessionSettings(link), settings);
+    }
+
+    // Every row, past the grid's cap, in the grid's dialect and cell text: the file equals the
+    // displayed-rows export of the same rows. A failing query leaves the earlier file alone.
+    void csvExportOfEveryRow()
+    {
+        ScratchDatabase scratch(m_server);
+        scratch.run("CREATE TABLE wide (id INT PRIMARY KEY, t VARCHAR(20) NULL, b VARBINARY(4) NULL)");
+        scratch.run("INSERT INTO wide SELECT seq, IF(seq % 7 = 0, NULL, CONCAT('say \"', seq, '\", ok')), "
+                    "IF(seq % 5 = 0, X'00FF', NULL) FROM seq_1_to_25000");
+        const std::string select = "SELECT * FROM wide ORDER BY id";
+        const std::string path = outputPath("every-row.csv");
+        std::vector<std::int64_t> progress;
+        const std::int64_t rows = scratch.connection().exportCsv(
+            select, path, [&progress](std::int64_t done) { progress.push_back(done); });
+        QCOMPARE(rows, std::int64_t(25000));
+        QCOMPARE(progress, (std::vector<std::int64_t> { 10000, 20000 }));
+        const QueryResult shown = scratch.connection().query(select, 25000);
+        QVERIFY(readFile(QString::fromStdString(path)) == QByteArray::fromStdString(SQL::csv(shown)));
+        QCOMPARE(errorFrom([&] { scratch.connection().exportCsv("SELECT * FROM missing", path, {}); }).left(10),
+            QStringLiteral("MySQL 1146"));
+        QVERIFY(readFile(QString::fromStdString(path)) == QByteArray::fromStdString(SQL::csv(shown)));
+        QCOMPARE(QDir(m_folder.path()).entryList({ ".*.partial" }, QDir::Files | QDir::Hidden), QStringList());
     }
 
     // Whatever happens, the session keeps its own settings and has no transaction left open.

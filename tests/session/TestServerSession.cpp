@@ -428,12 +428,18 @@ void TestServerSession::filesSaveImportAndExport()
     m_session->clearError();
     m_session->setMode(WorkspaceMode::data);
     // The CSV export writes the displayed rows: here the table's page.
-    m_harness->prompts.files = { path("out.csv"), path("shop.sql"), path("shop.sql") };
+    m_harness->prompts.files = { path("out.csv"), path("all.csv"), path("shop.sql"), path("shop.sql") };
     m_session->exportCSV();
     QCOMPARE(m_harness->prompts.asked.back().text, std::string("query-results.csv"));
     QCOMPARE(contents("out.csv"),
         std::string("\"id\",\"name\",\"notes\"\r\n\"1\",\"Ada\",\\N\r\n\"2\",\"Grace\",\"pioneer\"\r\n"
                     "\"3\",\"Linus\",\"kernel\"\r\n"));
+    // Every row of the table, streamed from the server; here the page holds them all.
+    m_session->exportAllRowsCSV();
+    QCOMPARE(m_harness->prompts.asked.back().text, std::string("people.csv"));
+    QVERIFY(settle(*m_session));
+    QCOMPARE(m_session->status(), "Exported 3 rows to " + path("all.csv"));
+    QCOMPARE(contents("all.csv"), contents("out.csv"));
 
     writeFileAtomically(path("shop.sql"), "old export");
     m_session->backup();
@@ -452,6 +458,16 @@ void TestServerSession::filesSaveImportAndExport()
     QCOMPARE(contents("shop.sql"), complete);
     // The backup's temporary files never outlive it.
     QVERIFY(QDir(m_folder.path()).entryList({ ".*.partial" }, QDir::Files | QDir::Hidden).isEmpty());
+    // Exporting every row runs the result's statement again: never one that writes.
+    m_session->clearError();
+    m_harness->prompts.confirmations = { true };
+    m_session->run("UPDATE people SET notes = notes WHERE id = 0");
+    QVERIFY(settle(*m_session));
+    const std::size_t asked = m_harness->prompts.asked.size();
+    m_session->exportAllRowsCSV();
+    QCOMPARE(m_session->error(),
+        OptionalText("Only the result of SELECT, SHOW, DESCRIBE, or EXPLAIN can be exported in full."));
+    QCOMPARE(m_harness->prompts.asked.size(), asked);
 }
 
 QTEST_GUILESS_MAIN(TestServerSession)
