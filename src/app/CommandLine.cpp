@@ -17,9 +17,10 @@ struct CommandShape {
     bool needsDatabase;
     bool needsOutput;
     bool takesFile;
+    bool takesSource = false; // --table or --query
 };
 
-constexpr std::array<CommandShape, 2> commands { {
+constexpr std::array<CommandShape, 3> commands { {
     { "run-file",
         "tallowick run-file --connection NAME [--database DB] [--password-stdin] FILE",
         "Runs a SQL file of any size, statement by statement, stopping at the first failure.",
@@ -32,6 +33,14 @@ constexpr std::array<CommandShape, 2> commands { {
         true,
         true,
         false },
+    { "export-csv",
+        "tallowick export-csv --connection NAME [--database DB] (--table TABLE | --query SQL) --output FILE "
+        "[--password-stdin]",
+        "Writes every row of a table, or of a query's result, to FILE as CSV.",
+        false,
+        true,
+        false,
+        true },
 } };
 
 const CommandShape *findCommand(std::string_view name)
@@ -70,6 +79,10 @@ std::optional<CommandRequest> parseCommand(const std::vector<std::string> &argum
             request.database = valueOf(i);
         } else if (argument == "--output" && shape->needsOutput) {
             request.output = valueOf(i);
+        } else if (argument == "--table" && shape->takesSource) {
+            request.table = valueOf(i);
+        } else if (argument == "--query" && shape->takesSource) {
+            request.query = valueOf(i);
         } else if (argument == "--password-stdin") {
             request.passwordStdin = true;
         } else if (argument.starts_with("-") && argument != "-") {
@@ -91,6 +104,12 @@ std::optional<CommandRequest> parseCommand(const std::vector<std::string> &argum
     }
     if (shape->needsOutput && request.output.empty()) {
         throw UsageError("Name the file to write with --output FILE.");
+    }
+    if (shape->takesSource && request.table.empty() == request.query.empty()) {
+        throw UsageError("Name either a table with --table TABLE or a query with --query SQL.");
+    }
+    if (shape->takesSource && !request.table.empty() && request.database.empty()) {
+        throw UsageError("Name the table's database with --database DB.");
     }
     if (shape->takesFile && request.file.empty()) {
         throw UsageError("Name the SQL file to run.");

@@ -11,12 +11,16 @@ namespace tallowick
 // One command of the command line, for scripts and cron jobs:
 //   tallowick run-file --connection NAME [--database DB] [--password-stdin] FILE
 //   tallowick export --connection NAME --database DB --output FILE [--password-stdin]
+//   tallowick export-csv --connection NAME [--database DB] (--table TABLE | --query SQL)
+//                        --output FILE [--password-stdin]
 struct CommandRequest {
     std::string command;
     std::string connection;
     std::string database;
     std::string output;
     std::string file;
+    std::string table;
+    std::string query;
     bool passwordStdin = false;
     bool help = false;
 

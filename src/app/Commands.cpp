@@ -6,6 +6,8 @@
 #include "client/MySQLConnection.h"
 #include "client/ScriptReplay.h"
 #include "core/AppError.h"
+#include "core/SqlQuoting.h"
+#include "core/StatementReview.h"
 #include "credentials/Keychain.h"
 #include "credentials/QtKeychainStore.h"
 #include "store/AppStore.h"
@@ -140,6 +142,21 @@ void exportDatabase(const CommandRequest &request, MySQLConnection &connection)
               << std::flush;
 }
 
+void exportCsv(const CommandRequest &request, MySQLConnection &connection)
+{
+    const auto start = Clock::now();
+    const std::string sql
+        = request.table.empty() ? request.query : "SELECT * FROM " + SQL::qualified(request.database, request.table);
+    if (SQL::requiresReview(sql)) {
+        throw AppError("export-csv runs only SELECT, SHOW, DESCRIBE, and EXPLAIN.");
+    }
+    const std::int64_t rows = connection.exportCsv(sql, request.output, [](std::int64_t done) {
+        std::cerr << "Exported " << done << " rows…\n" << std::flush;
+    });
+    std::cout << "Exported " << rows << " rows to " << request.output << " in " << secondsSince(start) << " s\n"
+              << std::flush;
+}
+
 void execute(const CommandRequest &request)
 {
     const ConnectionProfile profile = savedProfile(request.connection);
@@ -155,6 +172,8 @@ void execute(const CommandRequest &request)
     }
     if (request.command == "run-file") {
         runFile(request, connection);
+    } else if (request.command == "export-csv") {
+        exportCsv(request, connection);
     } else {
         exportDatabase(request, connection);
     }

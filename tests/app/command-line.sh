@@ -41,6 +41,14 @@ run 0 export --connection Test --database "$database" --output "$home/dump.sql" 
 grep -q "^Exported $database to $home/dump.sql in " "$home/out" || fail "export result"
 grep -q '^INSERT INTO `t` (`id`, `v`) VALUES' "$home/dump.sql" || fail "export file"
 
+run 0 export-csv --connection Test --database "$database" --table t --output "$home/t.csv" --password-stdin
+grep -q "^Exported 3 rows to $home/t.csv in " "$home/out" || fail "export-csv result"
+[ "$(cat "$home/t.csv")" = "$(printf '"id","v"\r\n"1","a"\r\n"2","b"\r\n"3","c"\r')" ] || fail "export-csv file"
+run 1 export-csv --connection Test --query "DELETE FROM $database.t" --output "$home/x.csv" --password-stdin
+grep -q '^export-csv runs only SELECT' "$home/err" || fail "export-csv write refusal"
+run 2 export-csv --connection Test --table t --query "SELECT 1" --output "$home/x.csv"
+grep -q '^Name either a table' "$home/err" || fail "export-csv source"
+
 printf "INSERT INTO t VALUES (4, 'd');\nINSERT INTO t VALUES (1, 'again');\nINSERT INTO t VALUES (5, 'e');\n" >"$home/bad.sql"
 run 1 run-file --connection Test --database "$database" --password-stdin "$home/bad.sql"
 grep -q "^Stopped at line 2: MySQL 1062: " "$home/err" || fail "failure report"
