@@ -243,6 +243,27 @@ void MySQLConnection::close()
     }
 }
 
+void MySQLConnection::send(const std::string &sql)
+{
+    if (mysql_send_query(requireHandle(), sql.data(), sql.size()) != 0) {
+        throwClientError();
+    }
+}
+
+void MySQLConnection::finishSent()
+{
+    MYSQL *handle = requireHandle();
+    if (mysql_read_query_result(handle) != 0) {
+        throwClientError();
+    }
+    if (mysql_field_count(handle) != 0) {
+        MYSQL_RES *rows = mysql_use_result(handle);
+        while (rows && mysql_fetch_row(rows)) { }
+        mysql_free_result(rows);
+    }
+    discardFurtherResults();
+}
+
 void MySQLConnection::resetSession()
 {
     MYSQL *handle = requireHandle();

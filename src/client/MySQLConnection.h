@@ -77,6 +77,12 @@ public:
     // Deletes the base-table row behind row `row` of a result read from `database`.`table`.
     void deleteRow(const QueryResult &result, std::int64_t row, const std::string &database, const std::string &table);
 
+    // Sends one statement without waiting for its answer, so the caller can prepare the next
+    // meanwhile. finishSent() must come before any other call on the connection.
+    void send(const std::string &sql);
+    // Reads the answer to what send() sent, dropping any rows; throws as query() does.
+    void finishSent();
+
     // Whether a transaction is open on the server, asked of the server itself: a failed
     // statement's answer carries no status, and a deadlock ends the transaction behind it.
     bool transactionOpen();

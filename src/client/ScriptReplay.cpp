@@ -258,7 +258,8 @@ ScriptReplayOutcome ScriptReplay::run(
         // Whatever stopped the run, the statements already sent stay as a plain run leaves them.
         if (m_groupOpen) {
             try {
-                m_connection.query("COMMIT");
+                settle();
+                ask("COMMIT");
             } catch (const AppError &) {
                 // The connection is gone; the error that ended the run says more.
             }
@@ -326,20 +327,32 @@ void ScriptReplay::sendCombination()
     if (m_combined.empty()) {
         return;
     }
-    std::vector<SQL::ScriptStatement> combined = std::move(m_combined);
+    settle();
+    // Sent without waiting: the next rows are read and gathered while the server inserts these.
+    m_connection.send(m_head + ' ' + m_rows);
+    m_inFlight = std::move(m_combined);
     m_combined.clear();
-    bool sent = false;
+    m_rows.clear();
+}
+
+void ScriptReplay::settle()
+{
+    if (m_inFlight.empty()) {
+        return;
+    }
+    std::vector<SQL::ScriptStatement> combined = std::move(m_inFlight);
+    m_inFlight.clear();
+    bool applied = false;
     try {
-        m_connection.query(m_head + ' ' + m_rows);
-        sent = true;
+        m_connection.finishSent();
+        applied = true;
     } catch (const AppError &) {
         if (m_groupOpen && groupRolledBack()) {
             replayLostGroup();
         }
     }
-    m_rows.clear();
     for (SQL::ScriptStatement &statement : combined) {
-        if (sent) {
+        if (applied) {
             m_groupBytes += statement.text.size();
             m_group.push_back(std::move(statement));
             ++m_done;
@@ -352,10 +365,16 @@ void ScriptReplay::sendCombination()
     }
 }
 
+QueryResult ScriptReplay::ask(const std::string &sql)
+{
+    settle();
+    return m_connection.query(sql);
+}
+
 void ScriptReplay::runInGroup(const SQL::ScriptStatement &statement)
 {
     try {
-        m_connection.query(statement.text);
+        ask(statement.text);
     } catch (const AppError &error) {
         if (groupRolledBack()) {
             // The server rolled back the whole transaction (a deadlock): apply what it held as a
@@ -374,7 +393,7 @@ void ScriptReplay::runInGroup(const SQL::ScriptStatement &statement)
 void ScriptReplay::runAlone(const SQL::ScriptStatement &statement)
 {
     try {
-        m_connection.query(statement.text);
+        ask(statement.text);
     } catch (const AppError &error) {
         throw failureAt(statement, error, earlierApplied);
     }
@@ -384,7 +403,7 @@ void ScriptReplay::runAlone(const SQL::ScriptStatement &statement)
 void ScriptReplay::openGroup()
 {
     if (!m_groupOpen) {
-        m_connection.query("START TRANSACTION");
+        ask("START TRANSACTION");
         m_groupOpen = true;
     }
 }
@@ -396,7 +415,7 @@ void ScriptReplay::closeGroup()
         return;
     }
     try {
-        m_connection.query("COMMIT");
+        ask("COMMIT");
     } catch (const AppError &) {
         if (groupRolledBack()) {
             replayLostGroup();
@@ -423,6 +442,9 @@ void ScriptReplay::fail(const SQL::ScriptStatement &statement, const AppError &e
 {
     const std::int64_t firstOfGroup = m_group.empty() ? statement.line : m_group.front().line;
     std::string after = earlierApplied;
+    // Rows gathered after the failing statement never run, as in a plain run.
+    m_combined.clear();
+    m_rows.clear();
     try {
         // Only this statement failed: what ran before it is kept, as a plain run keeps it.
         closeGroup();
@@ -452,9 +474,9 @@ bool ScriptReplay::transactional(std::string_view table)
     }
     const auto [database, name] = splitTableName(table);
     const std::string schema = database.empty() ? "DATABASE()" : SQL::value(database);
-    const QueryResult answer = m_connection.query("SELECT e.TRANSACTIONS FROM information_schema.TABLES t JOIN "
-                                                  "information_schema.ENGINES e ON e.ENGINE = t.ENGINE WHERE "
-                                                  "t.TABLE_SCHEMA = "
+    const QueryResult answer = ask("SELECT e.TRANSACTIONS FROM information_schema.TABLES t JOIN "
+                                   "information_schema.ENGINES e ON e.ENGINE = t.ENGINE WHERE "
+                                   "t.TABLE_SCHEMA = "
         + schema + " AND t.TABLE_NAME = " + SQL::value(name));
     const bool result = !answer.rows.empty() && answer.rows.front().at(0) == "YES";
     m_transactionalTables.emplace(std::string(table), result);
@@ -463,7 +485,7 @@ bool ScriptReplay::transactional(std::string_view table)
 
 void ScriptReplay::readSessionSettings()
 {
-    const QueryResult answer = m_connection.query("SELECT @@SESSION.sql_mode, @@SESSION.max_allowed_packet");
+    const QueryResult answer = ask("SELECT @@SESSION.sql_mode, @@SESSION.max_allowed_packet");
     const Row &row = answer.rows.at(0);
     m_backslashEscapes = row.at(0).value_or("").find("NO_BACKSLASH_ESCAPES") == std::string::npos;
     m_packetBytes = static_cast<std::size_t>(std::stoull(row.at(1).value_or("1048576")));

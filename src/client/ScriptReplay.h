@@ -16,7 +16,7 @@ namespace tallowick
 
 struct ScriptReplayLimits {
     std::size_t pieceBytes = 1 << 20; // read from the file at a time
-    std::size_t combinedBytes = 1 << 20; // the largest INSERT made of several
+    std::size_t combinedBytes = 256 << 10; // the largest INSERT made of several
     std::size_t groupBytes = 8 << 20; // statements kept for one transaction before its COMMIT
 };
 
@@ -68,6 +68,10 @@ private:
     void runStatement(SQL::ScriptStatement statement);
     void addToCombination(SQL::ScriptStatement statement, std::string_view head, std::string_view rows);
     void sendCombination();
+    // Waits for the combination in flight, and deals with its failure as a plain run would.
+    void settle();
+    // Every statement of the replay's own goes through here, after the one in flight.
+    QueryResult ask(const std::string &sql);
     void runInGroup(const SQL::ScriptStatement &statement);
     void runAlone(const SQL::ScriptStatement &statement);
     void openGroup();
@@ -92,6 +96,7 @@ private:
     std::string m_head; // of the combination being gathered
     std::string m_rows;
     std::vector<SQL::ScriptStatement> m_combined;
+    std::vector<SQL::ScriptStatement> m_inFlight; // sent as one, answer not read yet
 
     std::map<std::string, bool, std::less<>> m_transactionalTables;
 };
