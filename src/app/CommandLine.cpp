@@ -28,8 +28,9 @@ constexpr std::array<CommandShape, 3> commands { {
         false,
         true },
     { "export",
-        "tallowick export --connection NAME --database DB --output FILE [--password-stdin]",
-        "Writes the database's tables and views to FILE as a SQL script.",
+        "tallowick export --connection NAME --database DB --output FILE [--verify] [--password-stdin]",
+        "Writes the database's tables and views to FILE as a SQL script; --verify then replays it into a "
+        "scratch\n  database and compares every table.",
         true,
         true,
         false },
@@ -83,6 +84,8 @@ std::optional<CommandRequest> parseCommand(const std::vector<std::string> &argum
             request.table = valueOf(i);
         } else if (argument == "--query" && shape->takesSource) {
             request.query = valueOf(i);
+        } else if (argument == "--verify" && shape->name == "export") {
+            request.verify = true;
         } else if (argument == "--password-stdin") {
             request.passwordStdin = true;
         } else if (argument.starts_with("-") && argument != "-") {

@@ -10,7 +10,7 @@ namespace tallowick
 
 // One command of the command line, for scripts and cron jobs:
 //   tallowick run-file --connection NAME [--database DB] [--password-stdin] FILE
-//   tallowick export --connection NAME --database DB --output FILE [--password-stdin]
+//   tallowick export --connection NAME --database DB --output FILE [--verify] [--password-stdin]
 //   tallowick export-csv --connection NAME [--database DB] (--table TABLE | --query SQL)
 //                        --output FILE [--password-stdin]
 struct CommandRequest {
@@ -22,6 +22,7 @@ struct CommandRequest {
     std::string table;
     std::string query;
     bool passwordStdin = false;
+    bool verify = false;
     bool help = false;
 
     bool operator==(const CommandRequest &) const = default;

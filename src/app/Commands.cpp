@@ -135,10 +135,25 @@ void runFile(const CommandRequest &request, MySQLConnection &connection)
 void exportDatabase(const CommandRequest &request, MySQLConnection &connection)
 {
     const auto start = Clock::now();
-    connection.backupReplacing(request.database, request.output, [](const std::string &name) {
-        std::cerr << "Exporting " << name << "…\n" << std::flush;
-    });
-    std::cout << "Exported " << request.database << " to " << request.output << " in " << secondsSince(start) << " s\n"
+    TableDigests digests;
+    connection.backupReplacing(
+        request.database,
+        request.output,
+        [](const std::string &name) { std::cerr << "Exporting " << name << "…\n"
+                                                << std::flush; },
+        &digests);
+    std::string verified;
+    if (request.verify) {
+        std::cerr << "Verifying the export in a scratch database…\n" << std::flush;
+        try {
+            verified = " · " + connection.verifyExport(request.output, request.database, digests);
+        } catch (const AppError &failure) {
+            throw AppError("Exported " + request.database + " to " + request.output
+                + ", but the export does not verify. " + failure.message());
+        }
+    }
+    std::cout << "Exported " << request.database << " to " << request.output << " in " << secondsSince(start) << " s"
+              << verified << "\n"
               << std::flush;
 }
 

@@ -1,7 +1,9 @@
 // The schema-and-data export: tables (structure, then one INSERT per row) and then views, read
 // inside one consistent snapshot and streamed to the file so memory stays flat.
 #include "client/ExportFile.h"
+#include "client/ExportVerification.h"
 #include "client/MySQLConnection.h"
+#include "client/NeutralSessionSettings.h"
 #include "core/AppError.h"
 #include "core/FileText.h"
 #include "core/SqlQuoting.h"
@@ -56,65 +58,29 @@ void appendValue(std::string &out, const char *value, unsigned long length, bool
     }
 }
 
-// Reads definitions and rows the same way whatever the server's or the session's settings: an
-// SQL mode such as ANSI_QUOTES would write identifiers no other server reads, and TIMESTAMP values
-// would be read in the session's time zone. The session gets its own settings back afterwards,
-// also when the export fails.
-class NeutralSessionSettings
-{
-public:
-    explicit NeutralSessionSettings(MySQLConnection &connection)
-        : m_connection(connection)
-    {
-        const QueryResult current = connection.query("SELECT @@SESSION.sql_mode, @@SESSION.time_zone");
-        if (current.rows.empty() || current.rows.front().size() < 2) {
-            throw AppError("The server did not report the session's SQL mode and time zone.");
-        }
-        m_sqlMode = current.rows.front()[0].value_or("");
-        m_timeZone = current.rows.front()[1].value_or("SYSTEM");
-        connection.query("SET SESSION sql_mode = '', time_zone = '+00:00'");
-    }
-
-    ~NeutralSessionSettings()
-    {
-        try {
-            if (m_connection.isConnected()) {
-                m_connection.query(
-                    "SET SESSION sql_mode = " + SQL::value(m_sqlMode) + ", time_zone = " + SQL::value(m_timeZone));
-            }
-        } catch (const AppError &) {
-            // The export's own outcome is the one to report; a connection that cannot take this
-            // statement cannot take the next one either, and says so then.
-        }
-    }
-
-    NeutralSessionSettings(const NeutralSessionSettings &) = delete;
-    NeutralSessionSettings &operator=(const NeutralSessionSettings &) = delete;
-
-private:
-    MySQLConnection &m_connection;
-    std::string m_sqlMode;
-    std::string m_timeZone;
-};
-
 } // namespace
 
-void MySQLConnection::backup(
-    const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress)
+void MySQLConnection::backup(const std::string &database,
+    const std::string &path,
+    const std::function<void(const std::string &)> &progress,
+    TableDigests *digests)
 {
     const NeutralSessionSettings neutral(*this);
-    writeBackup(database, path, progress);
+    writeBackup(database, path, progress, digests);
 }
 
 void MySQLConnection::backupReplacing(const std::string &database,
     const std::string &destination,
-    const std::function<void(const std::string &)> &progress)
+    const std::function<void(const std::string &)> &progress,
+    TableDigests *digests)
 {
-    replaceWhenComplete(destination, [&](const std::string &partial) { backup(database, partial, progress); });
+    replaceWhenComplete(destination, [&](const std::string &partial) { backup(database, partial, progress, digests); });
 }
 
-void MySQLConnection::writeBackup(
-    const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress)
+void MySQLConnection::writeBackup(const std::string &database,
+    const std::string &path,
+    const std::function<void(const std::string &)> &progress,
+    TableDigests *digests)
 {
     const std::vector<ListedObject> objects = listObjects(query("SHOW FULL TABLES FROM " + SQL::identifier(database)));
     ExportFile file(path, "backup file");
@@ -157,6 +123,7 @@ void MySQLConnection::writeBackup(
                 const std::string insertPrefix
                     = "INSERT INTO " + SQL::identifier(table.name) + " (" + columnList + ") VALUES (";
                 std::string statement;
+                TableDigest *digest = digests ? &(*digests)[table.name] : nullptr;
                 streamRows(
                     "SELECT " + columnList + " FROM " + SQL::qualified(database, table.name), [&](const RawRow &row) {
                         statement = insertPrefix;
@@ -168,6 +135,9 @@ void MySQLConnection::writeBackup(
                         }
                         statement += ");\n";
                         file.write(statement);
+                        if (digest) {
+                            addToDigest(*digest, row);
+                        }
                     });
             }
             file.write("\n");

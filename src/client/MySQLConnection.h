@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,15 @@ struct ConnectionLimits {
     int keepAliveIntervalSeconds = 10;
     int keepAliveProbes = 6;
 };
+
+// An order-independent fingerprint of a table's exported rows: how many, and the sum of a 64-bit
+// hash of each row's values (NULL told apart from every value).
+struct TableDigest {
+    std::uint64_t rows = 0;
+    std::uint64_t sum = 0;
+    bool operator==(const TableDigest &) const = default;
+};
+using TableDigests = std::map<std::string, TableDigest>;
 
 // The program's one wrapper around a MariaDB Connector/C connection. It owns at most one handle,
 // applies the fixed client options and the profile's TLS policy, and turns every client-library
@@ -95,13 +105,23 @@ public:
     // Writes the database's tables (structure and rows) and then its views to `path` as a SQL
     // script, read inside one consistent snapshot, under a neutral SQL mode and UTC. `progress` gets each object's name
     // before it is written, on the calling thread. Memory stays flat whatever the table sizes.
-    void backup(
-        const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress);
+    // With `digests`, each table's fingerprint is taken from the rows as they are written.
+    void backup(const std::string &database,
+        const std::string &path,
+        const std::function<void(const std::string &)> &progress,
+        TableDigests *digests = nullptr);
     // The same export into a temporary file next to `destination`, which replaces it only when
     // complete: a failed export never overwrites an earlier good file, and leaves nothing behind.
     void backupReplacing(const std::string &database,
         const std::string &destination,
-        const std::function<void(const std::string &)> &progress);
+        const std::function<void(const std::string &)> &progress,
+        TableDigests *digests = nullptr);
+
+    // Replays the export at `path`, written from `database`, into a scratch database on this
+    // server, compares every table's fingerprint with `expected`, and drops the scratch database
+    // again. Returns how much was checked; throws AppError naming the first table that differs.
+    // The connection's session settings and current database are the caller's to restore.
+    std::string verifyExport(const std::string &path, const std::string &database, const TableDigests &expected);
 
     // One streamed row of raw bytes: values[i] is nullptr for SQL NULL.
     struct RawRow {
@@ -130,8 +150,10 @@ private:
     [[noreturn]] void closeAndRethrow();
     void applyOptions();
     void watchForDeadPeer();
-    void writeBackup(
-        const std::string &database, const std::string &path, const std::function<void(const std::string &)> &progress);
+    void writeBackup(const std::string &database,
+        const std::string &path,
+        const std::function<void(const std::string &)> &progress,
+        TableDigests *digests);
     void markExpressionDefaults(
         const std::string &database, const std::string &table, std::vector<ColumnInfo> &columns);
     st_mysql *requireHandle() const;

@@ -271,6 +271,13 @@ ScriptReplayOutcome ScriptReplay::run(
 
 void ScriptReplay::runStatement(SQL::ScriptStatement statement)
 {
+    if (m_rewrite) {
+        std::optional<std::string> rewritten = m_rewrite(statement.text);
+        if (!rewritten) {
+            return;
+        }
+        statement.text = std::move(*rewritten);
+    }
     const std::string keyword = SQL::leadingKeyword(statement.text);
     if (!m_plain && managesTransactions(keyword, statement.text)) {
         closeGroup();
@@ -373,8 +380,10 @@ QueryResult ScriptReplay::ask(const std::string &sql)
 
 void ScriptReplay::runInGroup(const SQL::ScriptStatement &statement)
 {
+    // A failure of the statements in flight is theirs, not this one's: settled outside the try.
+    settle();
     try {
-        ask(statement.text);
+        m_connection.query(statement.text);
     } catch (const AppError &error) {
         if (groupRolledBack()) {
             // The server rolled back the whole transaction (a deadlock): apply what it held as a
@@ -392,8 +401,9 @@ void ScriptReplay::runInGroup(const SQL::ScriptStatement &statement)
 
 void ScriptReplay::runAlone(const SQL::ScriptStatement &statement)
 {
+    settle();
     try {
-        ask(statement.text);
+        m_connection.query(statement.text);
     } catch (const AppError &error) {
         throw failureAt(statement, error, earlierApplied);
     }
@@ -411,11 +421,12 @@ void ScriptReplay::openGroup()
 void ScriptReplay::closeGroup()
 {
     sendCombination();
+    settle();
     if (!m_groupOpen) {
         return;
     }
     try {
-        ask("COMMIT");
+        m_connection.query("COMMIT");
     } catch (const AppError &) {
         if (groupRolledBack()) {
             replayLostGroup();

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,10 @@ public:
     // file's line, the server's error and the start of the statement that failed.
     ScriptReplayOutcome run(const std::string &path, const Progress &progress, const std::atomic<bool> *cancel);
 
+    // Each statement passes through `rewrite` before it runs; no value skips it.
+    using Rewrite = std::function<std::optional<std::string>(const std::string &statement)>;
+    void setRewrite(Rewrite rewrite) { m_rewrite = std::move(rewrite); }
+
 private:
     struct Survey {
         std::uint64_t bytes = 0;
@@ -84,6 +89,7 @@ private:
 
     MySQLConnection &m_connection;
     const ScriptReplayLimits m_limits;
+    Rewrite m_rewrite;
     bool m_plain = false; // the file runs its own transactions or locks
     bool m_backslashEscapes = true;
     std::size_t m_packetBytes = 0;

@@ -156,7 +156,9 @@ public:
     // Every row, not only those on screen: the selected table in data mode, the statement of the
     // shown query result in query mode (a read only), streamed from the server to the file.
     void exportAllRowsCSV();
-    void backup();
+    // With `verify`, the export is then replayed into a scratch database and compared table by
+    // table with what was written.
+    void backup(bool verify = false);
     void importSQL();
     // Runs a SQL file of any size without opening it, after one confirmation naming the file,
     // its size and the server; the status shows how far it got, and cancel() stops it between

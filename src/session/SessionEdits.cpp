@@ -146,7 +146,7 @@ void ServerSession::exportAllRowsCSV()
         });
 }
 
-void ServerSession::backup()
+void ServerSession::backup(bool verify)
 {
     if (m_database.empty()) {
         setError("Select a database first.");
@@ -161,16 +161,40 @@ void ServerSession::backup()
         return;
     }
     const QPointer<ServerSession> guard(this);
-    perform(
+    perform<std::string>(
         "Exporting schema and data…",
-        [guard, database = m_database, destination = *destination](MySQLConnection &client) {
-            client.backupReplacing(database, destination, [guard](const std::string &name) {
-                postToMainThread(
-                    guard, [name](ServerSession &session) { session.reportProgress("Exporting " + name + "…"); });
-            });
+        [guard, verify, database = m_database, destination = *destination](MySQLConnection &client) {
+            TableDigests digests;
+            client.backupReplacing(
+                database,
+                destination,
+                [guard](const std::string &name) {
+                    postToMainThread(
+                        guard, [name](ServerSession &session) { session.reportProgress("Exporting " + name + "…"); });
+                },
+                &digests);
+            if (!verify) {
+                return std::string();
+            }
+            postToMainThread(guard,
+                [](ServerSession &session) { session.reportProgress("Verifying the export in a scratch database…"); });
+            std::string verified;
+            try {
+                verified = client.verifyExport(destination, database, digests);
+            } catch (const AppError &failure) {
+                client.resetSession();
+                client.use(database);
+                throw AppError("Schema and data exported to " + destination + ", but the export does not verify. "
+                    + failure.message());
+            }
+            // The replay's session settings and database do not stay on the workspace's connection.
+            client.resetSession();
+            client.use(database);
+            return " · " + verified;
         },
-        [destination = *destination](
-            ServerSession &session) { session.setStatus("Schema and data exported to " + destination); });
+        [destination = *destination](ServerSession &session, const std::string &verified) {
+            session.setStatus("Schema and data exported to " + destination + verified);
+        });
 }
 
 void ServerSession::importSQL()

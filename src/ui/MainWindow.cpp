@@ -107,6 +107,11 @@ void MainWindow::buildMenus()
     file->addAction(QStringLiteral("New Connection…"), QKeySequence::New, this, &MainWindow::newConnection);
     file->addAction(QStringLiteral("New Query Tab"), QKeySequence(Qt::CTRL | Qt::Key_T), this, &MainWindow::newQuery);
     file->addAction(QStringLiteral("Open SQL Script…"), QKeySequence::Open, this, &MainWindow::openSQL);
+    file->addAction(QStringLiteral("Export Database and Verify…"), this, [this] {
+        if (ServerSession *session = m_store->active()) {
+            session->backup(true);
+        }
+    });
     file->addAction(QStringLiteral("Export All Rows to CSV…"), this, [this] {
         if (ServerSession *session = m_store->active()) {
             session->exportAllRowsCSV();

@@ -37,8 +37,9 @@ run 0 run-file --connection Test --password-stdin "$home/load.sql"
 grep -q '^6 statements run in ' "$home/out" && [ "$(wc -l <"$home/out")" = 1 ] || fail "run-file result"
 grep -q '^100% 6 of 6 statements$' "$home/err" || fail "run-file progress"
 
-run 0 export --connection Test --database "$database" --output "$home/dump.sql" --password-stdin
-grep -q "^Exported $database to $home/dump.sql in " "$home/out" || fail "export result"
+run 0 export --connection Test --database "$database" --output "$home/dump.sql" --verify --password-stdin
+grep -q "^Exported $database to $home/dump.sql in .* s · verified: 1 tables, 3 rows restore exactly$" "$home/out" \
+    || fail "export result"
 grep -q '^INSERT INTO `t` (`id`, `v`) VALUES' "$home/dump.sql" || fail "export file"
 
 run 0 export-csv --connection Test --database "$database" --table t --output "$home/t.csv" --password-stdin

@@ -2,6 +2,7 @@
 #include "client/MySQLConnection.h"
 #include "core/AppError.h"
 #include "core/Csv.h"
+#include "core/FileText.h"
 #include "core/ScriptSplitter.h"
 #include "support/Checks.h"
 #include "support/TestServer.h"
@@ -573,6 +574,40 @@ private Q_SLOTS:
             QStringLiteral("MySQL 1146"));
         QVERIFY(readFile(QString::fromStdString(path)) == QByteArray::fromStdString(SQL::csv(shown)));
         QCOMPARE(QDir(m_folder.path()).entryList({ ".*.partial" }, QDir::Files | QDir::Hidden), QStringList());
+    }
+
+    // The export is replayed into a scratch database and every table compared with what was
+    // written; a file that does not restore names its table, and no scratch database stays.
+    void verifiedExport()
+    {
+        ScratchDatabase scratch(m_server);
+        scratch.run("CREATE TABLE a (id INT PRIMARY KEY, t TEXT NULL, twice INT AS (id * 2) VIRTUAL, b BLOB NULL)");
+        scratch.run("INSERT INTO a (id, t, b) VALUES (1, NULL, X''), (2, '', NULL), (3, 'x''y', X'00FF')");
+        scratch.run("CREATE TABLE b (n DOUBLE, d DATETIME(3))");
+        scratch.run("INSERT INTO b VALUES (0.1, '2026-03-29 02:30:00.125'), (0.1, '2026-03-29 02:30:00.125')");
+        scratch.run("CREATE VIEW v AS SELECT id FROM a");
+        MySQLConnection &link = scratch.connection();
+        TableDigests digests;
+        const std::string path = outputPath("verified.sql");
+        link.backupReplacing(
+            scratch.name(), path, [](const std::string &) {}, &digests);
+        QCOMPARE(digests.size(), std::size_t(2));
+        QCOMPARE(QString::fromStdString(link.verifyExport(path, scratch.name(), digests)),
+            QStringLiteral("verified: 2 tables, 5 rows restore exactly"));
+
+        QByteArray file = readFile(QString::fromStdString(path));
+        const QByteArray lastRow = "INSERT INTO `b` (`n`, `d`) VALUES (CONVERT(X'302e31' USING utf8mb4)";
+        QVERIFY(file.count(lastRow) == 2);
+        const auto tampered = [&](const QByteArray &text) {
+            writeFileAtomically(path, text);
+            return errorFrom([&] { link.verifyExport(path, scratch.name(), digests); });
+        };
+        QCOMPARE(tampered(QByteArray(file).replace(file.lastIndexOf(lastRow) + lastRow.size() - 20, 2, "33")),
+            QStringLiteral("The export does not restore table b: its 2 rows came back with different values."));
+        const qsizetype last = file.lastIndexOf(lastRow);
+        QCOMPARE(tampered(QByteArray(file).remove(last, file.indexOf('\n', last) + 1 - last)),
+            QStringLiteral("The export does not restore table b: 2 rows were exported, 1 came back."));
+        QCOMPARE(link.query("SHOW DATABASES LIKE 'tallowick\\_verify\\_%'").rows.size(), std::size_t(0));
     }
 
     // Whatever happens, the session keeps its own settings and has no transaction left open.

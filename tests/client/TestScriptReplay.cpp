@@ -104,6 +104,8 @@ void TestScriptReplay::endsAsAPlainRun_data()
             + "INSERT INTO t SELECT id + 100, v FROM u;\nINSERT INTO t VALUES (200, 'a\\\\b'), (201, 'it''s');\n");
     add("a duplicate inside a group keeps the rows before it", innodb + rows + duplicate + late);
     add("the same on a table that cannot roll back", myisam + rows + duplicate + late);
+    add("a duplicate among the file's last rows",
+        innodb + "INSERT INTO t VALUES (1, 'a');\nINSERT INTO t VALUES (1, 'dup');\nINSERT INTO t VALUES (2, 'b');\n");
     add("a value too long for its column, strictly",
         "SET SESSION sql_mode = 'STRICT_ALL_TABLES';\n" + myisam + rows
             + "INSERT INTO t VALUES (41, 'much too long for twenty');\n" + rows);
