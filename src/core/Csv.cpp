@@ -2,6 +2,8 @@
 
 #include "core/AppError.h"
 
+#include <utility>
+
 namespace tallowick::SQL
 {
 
@@ -62,21 +64,76 @@ void appendCsvRow(std::string &out, const Row &row)
 
 std::vector<std::vector<std::string>> parseCSV(std::string_view text)
 {
+    CsvStream stream;
+    stream.feed(text);
+    stream.finish();
     std::vector<std::vector<std::string>> rows;
-    std::vector<std::string> row;
-    std::string field;
-    bool quoted = false;
+    for (std::vector<std::string> row; stream.next(row);) {
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+void CsvStream::feed(std::string_view bytes)
+{
+    if (bytes.empty()) {
+        return;
+    }
+    std::string joined;
+    std::string_view text = bytes;
+    if (!m_carried.empty()) {
+        joined = std::exchange(m_carried, {}) + std::string(bytes);
+        text = joined;
+    }
+    // What ends the text is read with the bytes after it: a run of quotes (doubled or not), or
+    // a CR (alone, or the first half of CR LF).
+    std::size_t keep = text.size();
+    if (text.back() == '"') {
+        keep = text.find_last_not_of('"') + 1; // npos + 1 is 0: the text is all quotes
+    } else if (text.back() == '\r') {
+        keep = text.size() - 1;
+    }
+    m_carried = text.substr(keep);
+    scan(text.substr(0, keep));
+}
+
+void CsvStream::finish()
+{
+    scan(std::exchange(m_carried, {}));
+    if (m_quoted) {
+        throw AppError("The CSV has an unterminated quoted field.");
+    }
+    if (!m_field.empty() || !m_row.empty()) {
+        m_row.push_back(std::move(m_field));
+        m_ready.push_back(std::move(m_row));
+        m_field.clear();
+        m_row.clear();
+    }
+}
+
+bool CsvStream::next(std::vector<std::string> &row)
+{
+    if (m_ready.empty()) {
+        return false;
+    }
+    row = std::move(m_ready.front());
+    m_ready.pop_front();
+    return true;
+}
+
+void CsvStream::scan(std::string_view text)
+{
     const std::size_t n = text.size();
     std::size_t i = 0;
     while (i < n) {
         const char c = text[i];
-        if (quoted) {
+        if (m_quoted) {
             if (c == '"') {
                 if (i + 1 < n && text[i + 1] == '"') {
-                    field.push_back('"');
+                    m_field.push_back('"');
                     i += 2;
                 } else {
-                    quoted = false;
+                    m_quoted = false;
                     ++i;
                 }
                 continue;
@@ -84,36 +141,28 @@ std::vector<std::vector<std::string>> parseCSV(std::string_view text)
             // Copy the run up to the next quote in one go; commas and line breaks included.
             const std::size_t next = text.find('"', i);
             const std::size_t end = next == std::string_view::npos ? n : next;
-            field.append(text.substr(i, end - i));
+            m_field.append(text.substr(i, end - i));
             i = end;
             continue;
         }
-        if (c == '"' && field.empty()) {
-            quoted = true;
+        if (c == '"' && m_field.empty()) {
+            m_quoted = true;
             ++i;
         } else if (c == ',') {
-            row.push_back(std::move(field));
-            field.clear();
+            m_row.push_back(std::move(m_field));
+            m_field.clear();
             ++i;
         } else if (c == '\n' || c == '\r') {
-            row.push_back(std::move(field));
-            field.clear();
-            rows.push_back(std::move(row));
-            row.clear();
+            m_row.push_back(std::move(m_field));
+            m_field.clear();
+            m_ready.push_back(std::move(m_row));
+            m_row.clear();
             i += (c == '\r' && i + 1 < n && text[i + 1] == '\n') ? 2 : 1;
         } else {
-            field.push_back(c);
+            m_field.push_back(c);
             ++i;
         }
     }
-    if (quoted) {
-        throw AppError("The CSV has an unterminated quoted field.");
-    }
-    if (!field.empty() || !row.empty()) {
-        row.push_back(std::move(field));
-        rows.push_back(std::move(row));
-    }
-    return rows;
 }
 
 } // namespace tallowick::SQL

@@ -501,9 +501,30 @@ void TestCore::csvParse()
         { "ab\"c\",d", { { "ab\"c\"", "d" } } }, // a quote inside an unquoted field is kept
         { "\"a\"b,c", { { "ab", "c" } } },
         { "\\N,\"\\N\"", { { "\\N", "\\N" } } },
+        { "\"x\"\"y\",z\r\n\"\"\r", { { "x\"y", "z" }, { "" } } },
+    };
+    // The same text in pieces, cut at every byte and then one byte at a time.
+    const auto streamed = [](const QByteArray &text, qsizetype piece, qsizetype firstCut) {
+        SQL::CsvStream stream;
+        for (qsizetype from = 0; from < text.size();) {
+            const qsizetype size = from == 0 ? firstCut : piece;
+            stream.feed(std::string_view(
+                text.constData() + from, static_cast<std::size_t>(std::min(size, text.size() - from))));
+            from += size;
+        }
+        stream.finish();
+        Rows rows;
+        for (std::vector<std::string> row; stream.next(row);) {
+            rows.append(byteList(row));
+        }
+        return rows;
     };
     for (const auto &[text, expected] : cases) {
         QVERIFY2(parsed(text) == expected, text.toPercentEncoding().constData());
+        for (qsizetype cut = 1; cut < text.size(); ++cut) {
+            QVERIFY2(streamed(text, text.size(), cut) == expected, text.toPercentEncoding().constData());
+        }
+        QVERIFY2(streamed(text, 1, 1) == expected, text.toPercentEncoding().constData());
     }
     // An open quote fails the whole parse, also when what looks like its closing quote is escaped.
     QCOMPARE(errorFrom([] { parsed("\"a\"\""); }), QStringLiteral("The CSV has an unterminated quoted field."));
