@@ -5,6 +5,7 @@
 //   tallowick_client_bench drain <database>          SELECT * with the grid's 10,000-row cap
 //   tallowick_client_bench export <database> <path>  the schema-and-data export
 //   tallowick_client_bench replay <path>             run a SQL file as "Run SQL File" does
+//   tallowick_client_bench csv <database> <path>     every row of the table to CSV, streamed
 //
 // The account comes from TALLOWICK_TEST_USER / TALLOWICK_TEST_PASSWORD / TALLOWICK_TEST_PORT.
 #include "bench/BenchServer.h"
@@ -56,11 +57,14 @@ int main(int argc, char *argv[])
             rows = result.rows.size();
         } else if (mode == "export" && argc == 4) {
             bench::connectToTestServer()->backup(argv[2], argv[3], [](const std::string &) {});
+        } else if (mode == "csv" && argc == 4) {
+            rows = static_cast<std::size_t>(bench::connectToTestServer()->exportCsv(
+                "SELECT * FROM " + SQL::qualified(argv[2], "bench"), argv[3], {}));
         } else if (mode == "replay" && argc == 3) {
             const auto connection = bench::connectToTestServer();
             rows = static_cast<std::size_t>(ScriptReplay(*connection).run(argv[2], {}, nullptr).statements);
         } else {
-            std::cerr << "usage: tallowick_client_bench setup DB ROWS | drain DB | export DB PATH | replay PATH\n";
+            std::cerr << "usage: tallowick_client_bench setup DB ROWS | drain DB | export DB PATH | replay PATH | csv DB PATH\n";
             return 2;
         }
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
