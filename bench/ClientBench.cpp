@@ -64,7 +64,8 @@ int main(int argc, char *argv[])
             const auto connection = bench::connectToTestServer();
             rows = static_cast<std::size_t>(ScriptReplay(*connection).run(argv[2], {}, nullptr).statements);
         } else {
-            std::cerr << "usage: tallowick_client_bench setup DB ROWS | drain DB | export DB PATH | replay PATH | csv DB PATH\n";
+            std::cerr << "usage: tallowick_client_bench setup DB ROWS | drain DB | export DB PATH | replay PATH | csv "
+                         "DB PATH\n";
             return 2;
         }
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
