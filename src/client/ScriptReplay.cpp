@@ -26,7 +26,8 @@ struct FileCloser {
     void operator()(std::FILE *file) const { std::fclose(file); }
 };
 
-// Hands the file to `onPiece` in pieces of at most `pieceBytes`, with the bytes read so far.
+// Hands the file to `onPiece` in pieces of at most `pieceBytes`, with the bytes read so far,
+// until the file ends or `onPiece` returns false.
 template <typename OnPiece> void readPieces(const std::string &path, std::size_t pieceBytes, OnPiece onPiece)
 {
     const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
@@ -44,7 +45,9 @@ template <typename OnPiece> void readPieces(const std::string &path, std::size_t
             return;
         }
         done += got;
-        onPiece(std::string_view(piece.data(), got), done);
+        if (!onPiece(std::string_view(piece.data(), got), done)) {
+            return;
+        }
     }
 }
 
@@ -107,6 +110,17 @@ bool managesTransactions(const std::string &keyword, std::string_view statement)
         return true;
     }
     return keyword == "SET" && (containsWord(statement, "AUTOCOMMIT") || containsWord(statement, "TRANSACTION"));
+}
+
+// What a versioned comment (/*!40101 … */) does is hidden from the keyword: it may set the SQL
+// mode or start a transaction.
+bool mentionsTransactions(std::string_view statement)
+{
+    static constexpr std::array<std::string_view, 8> words {
+        "AUTOCOMMIT", "TRANSACTION", "LOCK", "BEGIN", "COMMIT", "ROLLBACK", "SAVEPOINT", "XA"
+    };
+    return std::any_of(
+        words.begin(), words.end(), [statement](std::string_view word) { return containsWord(statement, word); });
 }
 
 bool readsSessionResults(std::string_view statement)
@@ -174,7 +188,7 @@ ScriptReplay::ScriptReplay(MySQLConnection &connection, ScriptReplayLimits limit
 {
 }
 
-ScriptReplay::Survey ScriptReplay::survey(const std::string &path) const
+ScriptReplay::Survey ScriptReplay::survey(const std::string &path, const std::atomic<bool> *cancel) const
 {
     Survey result;
     SQL::StatementStream stream;
@@ -204,6 +218,7 @@ ScriptReplay::Survey ScriptReplay::survey(const std::string &path) const
         split([&] { stream.feed(whole); });
         carried.erase(0, whole.size());
         result.bytes = done;
+        return !(cancel && cancel->load());
     });
     if (!carried.empty()) {
         throw notUtf8(lines);
@@ -215,7 +230,10 @@ ScriptReplay::Survey ScriptReplay::survey(const std::string &path) const
 ScriptReplayOutcome ScriptReplay::run(
     const std::string &path, const Progress &progress, const std::atomic<bool> *cancel)
 {
-    const Survey surveyed = survey(path);
+    const Survey surveyed = survey(path, cancel);
+    if (cancel && cancel->load()) {
+        return { 0, true };
+    }
     // What one statement left behind (its row count, generated key or warnings) would read a
     // group's COMMIT or a combined statement instead; such a file runs plainly.
     m_plain = surveyed.readsSessionResults;
@@ -234,9 +252,6 @@ ScriptReplayOutcome ScriptReplay::run(
             }
         };
         readPieces(path, m_limits.pieceBytes, [&](std::string_view piece, std::uint64_t done) {
-            if (cancelled) {
-                return;
-            }
             stream.feed(piece);
             runReady();
             report.bytesDone = done;
@@ -244,6 +259,7 @@ ScriptReplayOutcome ScriptReplay::run(
             if (progress && !cancelled) {
                 progress(report);
             }
+            return !cancelled;
         });
         if (!cancelled) {
             stream.finish();
@@ -256,13 +272,13 @@ ScriptReplayOutcome ScriptReplay::run(
         }
     } catch (...) {
         // Whatever stopped the run, the statements already sent stay as a plain run leaves them.
-        if (m_groupOpen) {
-            try {
-                settle();
-                ask("COMMIT");
-            } catch (const AppError &) {
-                // The connection is gone; the error that ended the run says more.
+        try {
+            settle();
+            if (m_groupOpen) {
+                m_connection.query("COMMIT");
             }
+        } catch (const AppError &) {
+            // The connection is gone; the error that ended the run says more.
         }
         throw;
     }
@@ -279,6 +295,14 @@ void ScriptReplay::runStatement(SQL::ScriptStatement statement)
         statement.text = std::move(*rewritten);
     }
     const std::string keyword = SQL::leadingKeyword(statement.text);
+    if (keyword.empty()) {
+        closeGroup();
+        m_plain = m_plain || mentionsTransactions(statement.text);
+        m_transactionalTables.clear();
+        runAlone(statement);
+        readSessionSettings();
+        return;
+    }
     if (!m_plain && managesTransactions(keyword, statement.text)) {
         closeGroup();
         m_plain = true;
@@ -287,14 +311,19 @@ void ScriptReplay::runStatement(SQL::ScriptStatement statement)
         runAlone(statement);
         return;
     }
-    if (keyword == "INSERT" || keyword == "REPLACE") {
+    // Only rows for a table that rolls back join the program's transaction: rows a deadlock cannot
+    // take back would be applied twice by the replay that follows one.
+    const auto parts = keyword == "INSERT" || keyword == "REPLACE" ? SQL::insertRows(statement.text, m_backslashEscapes)
+                                                                   : std::nullopt;
+    if (parts && transactional(parts->table)) {
         openGroup();
-        const auto parts = SQL::insertRows(statement.text, m_backslashEscapes);
-        if (parts && transactional(parts->table)) {
+        if (m_strict) {
             const std::string head(parts->head);
             const std::string rows(parts->rows);
             addToCombination(std::move(statement), head, rows);
         } else {
+            // Without a strict mode a multi-row INSERT stores a default where one row alone fails
+            // (NULL into NOT NULL): rows stay statements of their own.
             sendCombination();
             runInGroup(statement);
         }
@@ -304,8 +333,10 @@ void ScriptReplay::runStatement(SQL::ScriptStatement statement)
         return;
     }
     closeGroup();
-    // A definition or a USE may change which table a name means and how it stores rows.
-    m_transactionalTables.clear();
+    if (keyword != "INSERT" && keyword != "REPLACE") {
+        // A definition or a USE may change which table a name means and how it stores rows.
+        m_transactionalTables.clear();
+    }
     runAlone(statement);
     if (keyword == "SET") {
         readSessionSettings();
@@ -335,6 +366,7 @@ void ScriptReplay::sendCombination()
         return;
     }
     settle();
+    openGroup(); // a replay in settle() may have ended the group
     // Sent without waiting: the next rows are read and gathered while the server inserts these.
     m_connection.send(m_head + ' ' + m_rows);
     m_inFlight = std::move(m_combined);
@@ -382,6 +414,7 @@ void ScriptReplay::runInGroup(const SQL::ScriptStatement &statement)
 {
     // A failure of the statements in flight is theirs, not this one's: settled outside the try.
     settle();
+    openGroup();
     try {
         m_connection.query(statement.text);
     } catch (const AppError &error) {
@@ -469,6 +502,13 @@ void ScriptReplay::fail(const SQL::ScriptStatement &statement, const AppError &e
 void ScriptReplay::replayLostGroup()
 {
     m_groupOpen = false;
+    try {
+        // After a deadlock the server still treats the session as inside START TRANSACTION; what
+        // runs next must commit on its own again.
+        m_connection.query("ROLLBACK");
+    } catch (const AppError &) {
+        // The statements below report a connection that is gone.
+    }
     std::vector<SQL::ScriptStatement> lost = std::move(m_group);
     m_group.clear();
     m_groupBytes = 0;
@@ -498,7 +538,10 @@ void ScriptReplay::readSessionSettings()
 {
     const QueryResult answer = ask("SELECT @@SESSION.sql_mode, @@SESSION.max_allowed_packet");
     const Row &row = answer.rows.at(0);
-    m_backslashEscapes = row.at(0).value_or("").find("NO_BACKSLASH_ESCAPES") == std::string::npos;
+    const std::string mode = row.at(0).value_or("");
+    m_backslashEscapes = mode.find("NO_BACKSLASH_ESCAPES") == std::string::npos;
+    m_strict
+        = mode.find("STRICT_TRANS_TABLES") != std::string::npos || mode.find("STRICT_ALL_TABLES") != std::string::npos;
     m_packetBytes = static_cast<std::size_t>(std::stoull(row.at(1).value_or("1048576")));
 }
 

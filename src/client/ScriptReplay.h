@@ -69,7 +69,7 @@ private:
         bool readsSessionResults = false;
     };
 
-    Survey survey(const std::string &path) const;
+    Survey survey(const std::string &path, const std::atomic<bool> *cancel) const;
     void runStatement(SQL::ScriptStatement statement);
     void addToCombination(SQL::ScriptStatement statement, std::string_view head, std::string_view rows);
     void sendCombination();
@@ -92,6 +92,7 @@ private:
     Rewrite m_rewrite;
     bool m_plain = false; // the file runs its own transactions or locks
     bool m_backslashEscapes = true;
+    bool m_strict = true; // the SQL mode has STRICT_TRANS_TABLES or STRICT_ALL_TABLES
     std::size_t m_packetBytes = 0;
     std::int64_t m_done = 0;
 
