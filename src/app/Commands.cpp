@@ -178,6 +178,10 @@ void execute(const CommandRequest &request)
     if (request.command == "run-file" && profile.readOnly) {
         throw AppError("The connection \"" + profile.name + "\" is read-only; run-file may write.");
     }
+    if (request.verify && profile.readOnly) {
+        throw AppError("The connection \"" + profile.name
+            + "\" is read-only; --verify creates a scratch database. Export without --verify.");
+    }
     const std::string secret = password(request, profile);
     const ClientThreadScope scope;
     MySQLConnection connection(profile);

@@ -450,6 +450,10 @@ void MySQLConnection::streamRows(const std::string &sql,
     }
     MYSQL_RES *stream = mysql_use_result(handle);
     if (!stream) {
+        if (mysql_field_count(handle) == 0) {
+            discardFurtherResults();
+            throw AppError("The statement returned no rows.");
+        }
         throwClientError();
     }
     std::vector<bool> binaryColumns;

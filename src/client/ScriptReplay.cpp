@@ -125,9 +125,15 @@ bool mentionsTransactions(std::string_view statement)
 
 bool readsSessionResults(std::string_view statement)
 {
-    static constexpr std::array<std::string_view, 8> words {
-        "LAST_INSERT_ID", "ROW_COUNT", "FOUND_ROWS", "IDENTITY", "WARNING", "ERROR_COUNT", "ERRORS", "DIAGNOSTICS"
-    };
+    static constexpr std::array<std::string_view, 9> words { "LAST_INSERT_ID",
+        "ROW_COUNT",
+        "FOUND_ROWS",
+        "@@IDENTITY",
+        "WARNING_COUNT",
+        "ERROR_COUNT",
+        "SHOW WARNINGS",
+        "SHOW ERRORS",
+        "DIAGNOSTICS" };
     return std::any_of(
         words.begin(), words.end(), [statement](std::string_view word) { return containsWord(statement, word); });
 }

@@ -103,7 +103,8 @@ void CsvStream::finish()
     if (m_quoted) {
         throw AppError("The CSV has an unterminated quoted field.");
     }
-    if (!m_field.empty() || !m_row.empty()) {
+    // A last line of just "" is a row holding one empty field.
+    if (!m_field.empty() || !m_row.empty() || m_fieldStarted) {
         m_row.push_back(std::move(m_field));
         m_ready.push_back(std::move(m_row));
         m_field.clear();
@@ -147,14 +148,17 @@ void CsvStream::scan(std::string_view text)
         }
         if (c == '"' && m_field.empty()) {
             m_quoted = true;
+            m_fieldStarted = true;
             ++i;
         } else if (c == ',') {
             m_row.push_back(std::move(m_field));
             m_field.clear();
+            m_fieldStarted = false;
             ++i;
         } else if (c == '\n' || c == '\r') {
             m_row.push_back(std::move(m_field));
             m_field.clear();
+            m_fieldStarted = false;
             m_ready.push_back(std::move(m_row));
             m_row.clear();
             i += (c == '\r' && i + 1 < n && text[i + 1] == '\n') ? 2 : 1;

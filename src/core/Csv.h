@@ -46,6 +46,7 @@ private:
     std::vector<std::string> m_row;
     std::string m_field;
     bool m_quoted = false;
+    bool m_fieldStarted = false; // an opening quote was read, so even an empty field counts
 };
 
 } // namespace tallowick::SQL

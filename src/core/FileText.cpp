@@ -46,13 +46,20 @@ QByteArray readWholeFile(const std::string &path)
     return data;
 }
 
-void replaceWhenComplete(const std::string &destination, const std::function<void(const std::string &path)> &write)
+void replaceWhenComplete(const std::string &requested, const std::function<void(const std::string &path)> &write)
 {
+    // A link is followed, so the file it points to is replaced and the link stays.
+    const QFileInfo link(QString::fromStdString(requested));
+    const std::string destination = link.isSymLink() ? link.symLinkTarget().toStdString() : requested;
     const QString folder = QFileInfo(QString::fromStdString(destination)).absolutePath();
     const std::string partial
         = QDir(folder).filePath(QString::fromStdString("." + uuidText(QUuid::createUuid()) + ".partial")).toStdString();
     try {
         write(partial);
+        // The new file keeps the old one's permissions: a private dump stays private.
+        if (const QString old = QString::fromStdString(destination); QFileInfo::exists(old)) {
+            QFile::setPermissions(QString::fromStdString(partial), QFile::permissions(old));
+        }
         if (std::rename(partial.c_str(), destination.c_str()) != 0) {
             throw AppError("Could not replace " + destination + " with the finished file.");
         }

@@ -17,8 +17,9 @@ void writeFileAtomically(const std::string &path,
     std::optional<QFileDevice::Permissions> permissions = std::nullopt);
 
 // Lets `write` fill a temporary file next to `destination` (it gets the temporary path), which
-// then replaces `destination`; when `write` throws, the temporary file is removed and
-// `destination` is left as it was. For output too large to hold in memory.
+// then replaces `destination`, keeping its permissions (a link is followed and stays a link);
+// when `write` throws, the temporary file is removed and `destination` is left as it was. For
+// output too large to hold in memory.
 void replaceWhenComplete(const std::string &destination, const std::function<void(const std::string &path)> &write);
 
 // The whole file. Throws AppError with the system's reason.

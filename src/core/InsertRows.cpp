@@ -1,5 +1,7 @@
 #include "core/InsertRows.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 namespace tallowick::SQL
@@ -154,7 +156,19 @@ private:
             ++next;
         }
         const bool call = next < m_text.size() && m_text[next] == '(';
-        return word != "SELECT" && (!call || word == "CONVERT");
+        // Functions of the moment or the session that need no parentheses.
+        static constexpr std::string_view bare[] = { "SELECT",
+            "CURRENT_TIMESTAMP",
+            "CURRENT_DATE",
+            "CURRENT_TIME",
+            "LOCALTIME",
+            "LOCALTIMESTAMP",
+            "UTC_TIMESTAMP",
+            "UTC_DATE",
+            "UTC_TIME",
+            "CURRENT_USER",
+            "CURRENT_ROLE" };
+        return std::find(std::begin(bare), std::end(bare), word) == std::end(bare) && (!call || word == "CONVERT");
     }
 
     bool namePart()

@@ -76,12 +76,13 @@ StatementStream::StatementStream()
 
 void StatementStream::feed(std::string_view bytes)
 {
-    m_buffer.append(bytes);
     // Only whole lines are scanned before the end: every look-ahead of the rules (CR LF, "-- ",
-    // "*/", a doubled quote, a delimiter, a DELIMITER line) then finds its next byte in view.
-    const std::size_t lastLineFeed = m_buffer.rfind('\n');
-    if (lastLineFeed != std::string::npos && lastLineFeed + 1 > m_position) {
-        scan(lastLineFeed + 1, false);
+    // "*/", a doubled quote, a delimiter, a DELIMITER line) then finds its next byte in view. Only
+    // the new bytes are searched, so a long line costs one pass, not one per piece.
+    const std::size_t lineFeed = bytes.rfind('\n');
+    m_buffer.append(bytes);
+    if (lineFeed != std::string_view::npos) {
+        scan(m_buffer.size() - bytes.size() + lineFeed + 1, false);
     }
 }
 

@@ -152,6 +152,10 @@ void ServerSession::backup(bool verify)
         setError("Select a database first.");
         return;
     }
+    if (verify && m_profile.readOnly) {
+        setError("Verifying an export creates a scratch database, which a read-only connection does not do.");
+        return;
+    }
     if (m_busy) {
         return;
     }
@@ -179,17 +183,25 @@ void ServerSession::backup(bool verify)
             postToMainThread(guard,
                 [](ServerSession &session) { session.reportProgress("Verifying the export in a scratch database…"); });
             std::string verified;
+            std::optional<std::string> failure;
             try {
                 verified = client.verifyExport(destination, database, digests);
-            } catch (const AppError &failure) {
-                client.resetSession();
-                client.use(database);
-                throw AppError("Schema and data exported to " + destination + ", but the export does not verify. "
-                    + failure.message());
+            } catch (const AppError &error) {
+                failure = error.message();
             }
             // The replay's session settings and database do not stay on the workspace's connection.
-            client.resetSession();
-            client.use(database);
+            try {
+                client.resetSession();
+                client.use(database);
+            } catch (const AppError &) {
+                if (!failure) {
+                    throw;
+                }
+            }
+            if (failure) {
+                throw AppError(
+                    "Schema and data exported to " + destination + ", but the export does not verify. " + *failure);
+            }
             return " · " + verified;
         },
         [destination = *destination](ServerSession &session, const std::string &verified) {

@@ -31,6 +31,7 @@ std::string progressText(const std::string &name, const ScriptReplayProgress &pr
 
 struct FileRunResult {
     ScriptReplayOutcome outcome;
+    bool databaseGone = false; // the file dropped the database the session had chosen
     double seconds = 0;
     QueryResult databases;
     std::optional<QueryResult> tables;
@@ -106,26 +107,34 @@ void ServerSession::startFileRun(const std::string &path, const std::string &lea
             // database) must not stay on the connection the rest of the workspace uses.
             try {
                 client.resetSession();
-                if (!database.empty()) {
-                    client.use(database);
-                }
             } catch (const AppError &) {
                 if (!failure) {
                     throw;
                 }
+            }
+            try {
+                if (!database.empty()) {
+                    client.use(database);
+                }
+            } catch (const AppError &) {
+                result.databaseGone = true;
             }
             if (failure) {
                 throw AppError(*cancelled ? "Cancelled. " + failure->message() : failure->message());
             }
             result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
             result.databases = client.query("SHOW DATABASES");
-            if (!database.empty()) {
+            if (!database.empty() && !result.databaseGone) {
                 result.tables = client.query("SHOW FULL TABLES FROM " + SQL::identifier(database));
             }
             return result;
         },
         [name, database = m_database](ServerSession &session, const FileRunResult &result) {
             session.setDatabases(databaseNames(result.databases));
+            if (result.databaseGone) {
+                session.setDatabase(std::string());
+                session.setSelectedTable(std::string());
+            }
             if (result.tables) {
                 TableLists tables = session.m_tables;
                 tables[database] = tableListFrom(*result.tables);

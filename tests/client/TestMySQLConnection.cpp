@@ -573,6 +573,8 @@ private Q_SLOTS:
         QCOMPARE(errorFrom([&] { scratch.connection().exportCsv("SELECT * FROM missing", path, {}); }).left(10),
             QStringLiteral("MySQL 1146"));
         QVERIFY(readFile(QString::fromStdString(path)) == QByteArray::fromStdString(SQL::csv(shown)));
+        QCOMPARE(errorFrom([&] { scratch.connection().exportCsv("DO 1", path, {}); }),
+            QStringLiteral("The statement returned no rows."));
         QCOMPARE(QDir(m_folder.path()).entryList({ ".*.partial" }, QDir::Files | QDir::Hidden), QStringList());
     }
 

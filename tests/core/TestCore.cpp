@@ -1,5 +1,6 @@
 #include "core/ConnectionProfileJson.h"
 #include "core/Csv.h"
+#include "core/FileText.h"
 #include "core/InsertRows.h"
 #include "core/QueryLogJson.h"
 #include "core/RowPredicate.h"
@@ -8,11 +9,16 @@
 #include "core/StatementReview.h"
 #include "support/Checks.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRandomGenerator>
 #include <QRegularExpression>
+#include <QTemporaryDir>
 #include <QTest>
+#include <sys/stat.h>
 #include <tuple>
 
 using namespace tallowick;
@@ -142,6 +148,7 @@ private Q_SLOTS:
     void rowListCopiesAreIndependent();
     void decodeRefusals_data();
     void decodeRefusals();
+    void replacingKeepsModeAndLinks();
     void profileValidation();
     void profileFormat();
     void historyFormat();
@@ -358,6 +365,7 @@ void TestCore::insertRowsOnlyOfPlainInserts()
         "INSERT INTO t VALUES (1) -- note",
         "INSERT INTO t VALUES (1 /* note */)",
         "INSERT INTO t VALUES (NOW())",
+        "INSERT INTO t VALUES (1, current_timestamp)",
         "INSERT INTO t VALUES (1, row_count ())",
         "INSERT INTO t VALUES ((SELECT 1))",
         "/* note */ INSERT INTO t VALUES (1)",
@@ -502,6 +510,7 @@ void TestCore::csvParse()
         { "\"a\"b,c", { { "ab", "c" } } },
         { "\\N,\"\\N\"", { { "\\N", "\\N" } } },
         { "\"x\"\"y\",z\r\n\"\"\r", { { "x\"y", "z" }, { "" } } },
+        { "x\n\"\"", { { "x" }, { "" } } },
     };
     // The same text in pieces, cut at every byte and then one byte at a time.
     const auto streamed = [](const QByteArray &text, qsizetype piece, qsizetype firstCut) {
@@ -650,6 +659,27 @@ void TestCore::decodeRefusals()
 
 // The first problem in the order name, host, port, user is the one reported. Only spaces and
 // tabs are trimmed; the user is taken as typed.
+// A replaced export keeps the old file's mode and a link to it; a failed one changes nothing.
+void TestCore::replacingKeepsModeAndLinks()
+{
+    QTemporaryDir folder;
+    const std::string target = folder.filePath(QStringLiteral("dump.sql")).toStdString();
+    const std::string link = folder.filePath(QStringLiteral("latest.sql")).toStdString();
+    writeFileAtomically(target, "old", ownerOnly);
+    QVERIFY(QFile::link(QString::fromStdString(target), QString::fromStdString(link)));
+    replaceWhenComplete(link, [](const std::string &path) { writeFileAtomically(path, "new"); });
+    struct stat info {
+    };
+    QCOMPARE(::stat(target.c_str(), &info), 0);
+    QCOMPARE(info.st_mode & 0777u, 0600u);
+    QVERIFY(QFileInfo(QString::fromStdString(link)).isSymLink());
+    QCOMPARE(readWholeFile(target), QByteArray("new"));
+    QCOMPARE(errorFrom([&] { replaceWhenComplete(target, [](const std::string &) { throw AppError("broken"); }); }),
+        QStringLiteral("broken"));
+    QCOMPARE(readWholeFile(target), QByteArray("new"));
+    QCOMPARE(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden | QDir::System).size(), qsizetype(2));
+}
+
 void TestCore::profileValidation()
 {
     const QString ok = QStringLiteral("(no error)");
