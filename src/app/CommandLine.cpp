@@ -18,9 +18,10 @@ struct CommandShape {
     bool needsOutput;
     bool takesFile;
     bool takesSource = false; // --table or --query
+    bool needsTable = false;
 };
 
-constexpr std::array<CommandShape, 3> commands { {
+constexpr std::array<CommandShape, 4> commands { {
     { "run-file",
         "tallowick run-file --connection NAME [--database DB] [--password-stdin] FILE",
         "Runs a SQL file of any size, statement by statement, stopping at the first failure.",
@@ -38,6 +39,15 @@ constexpr std::array<CommandShape, 3> commands { {
         "tallowick export-csv --connection NAME [--database DB] (--table TABLE | --query SQL) --output FILE "
         "[--password-stdin]",
         "Writes every row of a table, or of a query's result, to FILE as CSV.",
+        false,
+        true,
+        false,
+        true },
+    { "import-csv",
+        "tallowick import-csv --connection NAME --database DB --table TABLE [--password-stdin] FILE",
+        "Adds every row of a CSV file whose first line names the columns to TABLE, in one transaction:\n"
+        "  all rows or none. \\N reads as NULL.",
+        true,
         false,
         true,
         false,
@@ -80,7 +90,7 @@ std::optional<CommandRequest> parseCommand(const std::vector<std::string> &argum
             request.database = valueOf(i);
         } else if (argument == "--output" && shape->needsOutput) {
             request.output = valueOf(i);
-        } else if (argument == "--table" && shape->takesSource) {
+        } else if (argument == "--table" && (shape->takesSource || shape->needsTable)) {
             request.table = valueOf(i);
         } else if (argument == "--query" && shape->takesSource) {
             request.query = valueOf(i);
@@ -114,8 +124,11 @@ std::optional<CommandRequest> parseCommand(const std::vector<std::string> &argum
     if (shape->takesSource && !request.table.empty() && request.database.empty()) {
         throw UsageError("Name the table's database with --database DB.");
     }
+    if (shape->needsTable && request.table.empty()) {
+        throw UsageError("Name the table with --table TABLE.");
+    }
     if (shape->takesFile && request.file.empty()) {
-        throw UsageError("Name the SQL file to run.");
+        throw UsageError(shape->needsTable ? "Name the CSV file to import." : "Name the SQL file to run.");
     }
     return request;
 }

@@ -13,6 +13,7 @@ namespace tallowick
 //   tallowick export --connection NAME --database DB --output FILE [--verify] [--password-stdin]
 //   tallowick export-csv --connection NAME [--database DB] (--table TABLE | --query SQL)
 //                        --output FILE [--password-stdin]
+//   tallowick import-csv --connection NAME --database DB --table TABLE [--password-stdin] FILE
 struct CommandRequest {
     std::string command;
     std::string connection;

@@ -6,10 +6,13 @@
 #include "client/MySQLConnection.h"
 #include "client/ScriptReplay.h"
 #include "core/AppError.h"
+#include "core/FileText.h"
 #include "core/SqlQuoting.h"
 #include "core/StatementReview.h"
 #include "credentials/Keychain.h"
 #include "credentials/QtKeychainStore.h"
+#include "management/CsvImport.h"
+#include "session/CsvImportRun.h"
 #include "store/AppStore.h"
 
 #include <QCoreApplication>
@@ -172,11 +175,29 @@ void exportCsv(const CommandRequest &request, MySQLConnection &connection)
               << std::flush;
 }
 
+void importCsv(const CommandRequest &request, MySQLConnection &connection)
+{
+    const auto start = Clock::now();
+    const std::string bytes = readWholeFile(request.file).toStdString();
+    const CsvImportPlan plan = planCsvImport(bytes, connection.columns(request.database, request.table), true);
+    const std::size_t rows = runCsvImport(
+        connection,
+        request.database,
+        request.table,
+        plan,
+        [](std::size_t done, std::size_t total) { std::cerr << csvImportStatus(done, total) << '\n'
+                                                            << std::flush; },
+        csvDefaultStatementBytes);
+    std::cout << "Imported " << csvRowCountText(rows) << " into " << request.database << "." << request.table << " in "
+              << secondsSince(start) << " s\n"
+              << std::flush;
+}
+
 void execute(const CommandRequest &request)
 {
     const ConnectionProfile profile = savedProfile(request.connection);
-    if (request.command == "run-file" && profile.readOnly) {
-        throw AppError("The connection \"" + profile.name + "\" is read-only; run-file may write.");
+    if ((request.command == "run-file" || request.command == "import-csv") && profile.readOnly) {
+        throw AppError("The connection \"" + profile.name + "\" is read-only; " + request.command + " writes.");
     }
     if (request.verify && profile.readOnly) {
         throw AppError("The connection \"" + profile.name
@@ -193,6 +214,8 @@ void execute(const CommandRequest &request)
         runFile(request, connection);
     } else if (request.command == "export-csv") {
         exportCsv(request, connection);
+    } else if (request.command == "import-csv") {
+        importCsv(request, connection);
     } else {
         exportDatabase(request, connection);
     }

@@ -50,6 +50,17 @@ grep -q '^export-csv runs only SELECT' "$home/err" || fail "export-csv write ref
 run 2 export-csv --connection Test --table t --query "SELECT 1" --output "$home/x.csv"
 grep -q '^Name either a table' "$home/err" || fail "export-csv source"
 
+printf 'CREATE TABLE copy LIKE t;\n' >"$home/copy.sql"
+run 0 run-file --connection Test --database "$database" --password-stdin "$home/copy.sql"
+run 0 import-csv --connection Test --database "$database" --table copy --password-stdin "$home/t.csv"
+grep -q "^Imported 3 rows into $database.copy in " "$home/out" || fail "import-csv result"
+run 0 export-csv --connection Test --database "$database" --table copy --output "$home/copy.csv" --password-stdin
+cmp -s "$home/t.csv" "$home/copy.csv" || fail "import-csv round trip"
+run 1 import-csv --connection Test --database "$database" --table copy --password-stdin "$home/t.csv"
+grep -q "MySQL 1062: " "$home/err" || fail "import-csv duplicate"
+run 1 import-csv --connection Locked --database "$database" --table copy --password-stdin "$home/t.csv"
+grep -q 'is read-only; import-csv writes' "$home/err" || fail "import-csv read-only"
+
 printf "INSERT INTO t VALUES (4, 'd');\nINSERT INTO t VALUES (1, 'again');\nINSERT INTO t VALUES (5, 'e');\n" >"$home/bad.sql"
 run 1 run-file --connection Test --database "$database" --password-stdin "$home/bad.sql"
 grep -q "^Stopped at line 2: MySQL 1062: " "$home/err" || fail "failure report"
@@ -59,7 +70,7 @@ printf 'SELECT COUNT(*) FROM t;\n' >"$home/count.sql"
 run 1 run-file --connection Nope --password-stdin "$home/load.sql"
 grep -q '^No saved connection is named "Nope". Saved connections: Test, Locked.$' "$home/err" || fail "unknown connection"
 run 1 run-file --connection Locked --password-stdin "$home/bad.sql"
-grep -q 'is read-only' "$home/err" || fail "read-only refusal"
+grep -q 'is read-only; run-file writes' "$home/err" || fail "read-only refusal"
 run 1 run-file --connection Test --password-stdin "$home/missing.sql"
 grep -q "^Could not open $home/missing.sql: " "$home/err" || fail "missing file"
 run 2 run-file --connection Test
