@@ -466,12 +466,19 @@ void ScriptReplay::closeGroup()
     }
     try {
         m_connection.query("COMMIT");
-    } catch (const AppError &) {
+    } catch (const AppError &error) {
         if (groupRolledBack()) {
             replayLostGroup();
             return;
         }
-        throw;
+        if (m_group.empty()) {
+            throw;
+        }
+        // Say how far the file certainly got: the failed commit may have kept nothing since.
+        const std::string first = std::to_string(m_group.front().line);
+        m_groupOpen = false;
+        throw AppError("Stopped at the commit of the statements from line " + first + " on: " + error.message()
+            + ". They may not have been applied; every statement before line " + first + " was.");
     }
     m_groupOpen = false;
     m_group.clear();
