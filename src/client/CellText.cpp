@@ -16,6 +16,11 @@ std::string hexDisplay(std::string_view bytes)
     return text;
 }
 
+std::string cellText(std::string_view bytes, bool binary)
+{
+    return binary ? hexDisplay(bytes) : repairedUtf8(bytes);
+}
+
 bool isBinaryColumn(unsigned int characterSet, unsigned int wireType)
 {
     return characterSet == 63 && (wireType == 15 || wireType == 16 || (wireType >= 249 && wireType <= 255));

@@ -27,8 +27,7 @@ std::int64_t MySQLConnection::exportCsv(
                         continue;
                     }
                     // As the grid shows it, so this file and "export displayed rows" agree.
-                    const std::string_view bytes(raw.values[i], raw.lengths[i]);
-                    row.emplace_back(raw.binaryColumns[i] ? hexDisplay(bytes) : repairedUtf8(bytes));
+                    row.emplace_back(cellText(std::string_view(raw.values[i], raw.lengths[i]), raw.binaryColumns[i]));
                 }
                 SQL::appendCsvRow(buffer, row);
                 if (buffer.size() >= flushBytes) {

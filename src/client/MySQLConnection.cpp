@@ -73,7 +73,7 @@ Row convertRow(const std::vector<Field> &fields, MYSQL_ROW values, const unsigne
             continue;
         }
         const std::string_view bytes(values[i], lengths[i]);
-        row.emplace_back(fields[i].binary ? hexDisplay(bytes) : repairedUtf8(bytes));
+        row.emplace_back(cellText(bytes, fields[i].binary));
     }
     return row;
 }
@@ -241,6 +241,19 @@ void MySQLConnection::close()
         mysql_close(m_handle);
         m_handle = nullptr;
     }
+}
+
+std::optional<bool> MySQLConnection::tableRollsBack(const std::string &database, const std::string &table)
+{
+    const std::string schema = database.empty() ? "DATABASE()" : SQL::value(database);
+    const QueryResult answer = query("SELECT e.TRANSACTIONS FROM information_schema.TABLES t "
+                                     "JOIN information_schema.ENGINES e ON e.ENGINE = t.ENGINE "
+                                     "WHERE t.TABLE_SCHEMA = "
+        + schema + " AND t.TABLE_NAME = " + SQL::value(table));
+    if (answer.rows.empty() || answer.rows.front().empty() || !answer.rows.front().front()) {
+        return std::nullopt;
+    }
+    return *answer.rows.front().front() == "YES";
 }
 
 void MySQLConnection::send(const std::string &sql)

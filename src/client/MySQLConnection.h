@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -96,6 +97,10 @@ public:
     // Whether a transaction is open on the server, asked of the server itself: a failed
     // statement's answer carries no status, and a deadlock ends the transaction behind it.
     bool transactionOpen();
+
+    // Whether the table's storage engine has transactions, from information_schema; no value for a
+    // view, a missing table or an unknown engine. An empty `database` means the current one.
+    std::optional<bool> tableRollsBack(const std::string &database, const std::string &table);
 
     void createUser(const std::string &name, const std::string &host, const std::string &password);
 

@@ -537,12 +537,8 @@ bool ScriptReplay::transactional(std::string_view table)
         return known->second;
     }
     const auto [database, name] = splitTableName(table);
-    const std::string schema = database.empty() ? "DATABASE()" : SQL::value(database);
-    const QueryResult answer = ask("SELECT e.TRANSACTIONS FROM information_schema.TABLES t JOIN "
-                                   "information_schema.ENGINES e ON e.ENGINE = t.ENGINE WHERE "
-                                   "t.TABLE_SCHEMA = "
-        + schema + " AND t.TABLE_NAME = " + SQL::value(name));
-    const bool result = !answer.rows.empty() && answer.rows.front().at(0) == "YES";
+    settle();
+    const bool result = m_connection.tableRollsBack(database, name).value_or(false);
     m_transactionalTables.emplace(std::string(table), result);
     return result;
 }

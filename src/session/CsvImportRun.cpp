@@ -2,27 +2,10 @@
 
 #include "client/MySQLConnection.h"
 #include "core/AppError.h"
-#include "core/SqlQuoting.h"
 #include "management/CsvImport.h"
 
 namespace tallowick
 {
-
-namespace
-{
-
-// information_schema.ENGINES says whether the table's engine has transactions; a view or an
-// unknown engine gives no row and is let through, since the INSERT itself will then decide.
-bool engineCannotRollBack(MySQLConnection &client, const std::string &database, const std::string &table)
-{
-    const QueryResult result = client.query("SELECT e.TRANSACTIONS FROM information_schema.TABLES t "
-                                            "JOIN information_schema.ENGINES e ON e.ENGINE = t.ENGINE "
-                                            "WHERE t.TABLE_SCHEMA = "
-        + SQL::value(database) + " AND t.TABLE_NAME = " + SQL::value(table));
-    return !result.rows.empty() && !result.rows.front().empty() && result.rows.front().front() == "NO";
-}
-
-} // namespace
 
 std::size_t runCsvImport(MySQLConnection &client,
     const std::string &database,
@@ -35,7 +18,8 @@ std::size_t runCsvImport(MySQLConnection &client,
         throw AppError("This connection is read-only.");
     }
     // Without transactions a failure in a later statement would leave the earlier ones behind.
-    if (engineCannotRollBack(client, database, table)) {
+    // A view or an unknown engine is let through: the INSERT itself will then decide.
+    if (client.tableRollsBack(database, table) == false) {
         throw AppError("This table's storage engine cannot roll back a failed import. Convert the table to InnoDB, "
                        "or use SQL import.");
     }
