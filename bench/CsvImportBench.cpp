@@ -15,12 +15,12 @@
 #include "core/Csv.h"
 #include "core/SqlQuoting.h"
 #include "management/CsvImport.h"
+#include "session/CsvImportRun.h"
 
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <mysql.h>
 #include <string>
@@ -113,11 +113,9 @@ void setUp(const std::string &database)
 
 std::size_t import(const std::string &database, const std::string &csvPath)
 {
-    std::ifstream file(csvPath, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     const auto connection = bench::connectToTestServer();
-    const CsvImportPlan plan = planCsvImport(bytes, connection->columns(database, "csv_app"), true);
-    return runCsvImport(*connection, database, "csv_app", plan, {});
+    const CsvImportPlan plan = planCsvImportFile(csvPath, connection->columns(database, "csv_app"), true);
+    return runCsvImport(*connection, database, "csv_app", csvPath, plan, {}, csvDefaultStatementBytes);
 }
 
 } // namespace

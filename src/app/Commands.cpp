@@ -178,16 +178,23 @@ void exportCsv(const CommandRequest &request, MySQLConnection &connection)
 void importCsv(const CommandRequest &request, MySQLConnection &connection)
 {
     const auto start = Clock::now();
-    const std::string bytes = readWholeFile(request.file).toStdString();
-    const CsvImportPlan plan = planCsvImport(bytes, connection.columns(request.database, request.table), true);
-    const std::size_t rows = runCsvImport(
-        connection,
-        request.database,
-        request.table,
-        plan,
-        [](std::size_t done, std::size_t total) { std::cerr << csvImportStatus(done, total) << '\n'
-                                                            << std::flush; },
-        csvDefaultStatementBytes);
+    const CsvImportPlan plan
+        = planCsvImportFile(request.file, connection.columns(request.database, request.table), true);
+    std::size_t rows = 0;
+    {
+        ProgressLine line;
+        rows = runCsvImport(
+            connection,
+            request.database,
+            request.table,
+            request.file,
+            plan,
+            [&plan, &line](const CsvImportProgress &progress) {
+                line.show(progress.bytesTotal == 0 ? 1.0 : double(progress.bytesDone) / double(progress.bytesTotal),
+                    csvImportStatus(progress.rowsDone, plan.rowCount, progress.bytesDone, progress.bytesTotal));
+            },
+            csvDefaultStatementBytes);
+    }
     std::cout << "Imported " << csvRowCountText(rows) << " into " << request.database << "." << request.table << " in "
               << secondsSince(start) << " s\n"
               << std::flush;

@@ -1,6 +1,7 @@
 #include "client/ScriptReplay.h"
 
 #include "core/AppError.h"
+#include "core/FileText.h"
 #include "core/InsertRows.h"
 #include "core/SqlQuoting.h"
 #include "core/StatementReview.h"
@@ -8,9 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -21,51 +19,6 @@ namespace
 {
 
 constexpr std::size_t statementShown = 120;
-
-struct FileCloser {
-    void operator()(std::FILE *file) const { std::fclose(file); }
-};
-
-// Hands the file to `onPiece` in pieces of at most `pieceBytes`, with the bytes read so far,
-// until the file ends or `onPiece` returns false.
-template <typename OnPiece> void readPieces(const std::string &path, std::size_t pieceBytes, OnPiece onPiece)
-{
-    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-    if (!file) {
-        throw AppError("Could not open " + path + ": " + std::strerror(errno) + ".");
-    }
-    std::string piece(pieceBytes, '\0');
-    std::uint64_t done = 0;
-    while (true) {
-        const std::size_t got = std::fread(piece.data(), 1, piece.size(), file.get());
-        if (got == 0) {
-            if (std::ferror(file.get())) {
-                throw AppError("Could not read " + path + ": " + std::strerror(errno) + ".");
-            }
-            return;
-        }
-        done += got;
-        if (!onPiece(std::string_view(piece.data(), got), done)) {
-            return;
-        }
-    }
-}
-
-// Where the text stops holding whole UTF-8 characters: a character cut by the end of a piece
-// is left for the next one.
-std::size_t wholeCharactersEnd(std::string_view text)
-{
-    std::size_t lead = text.size();
-    while (lead > 0 && text.size() - lead < 4 && (static_cast<unsigned char>(text[lead - 1]) & 0xC0) == 0x80) {
-        --lead;
-    }
-    if (lead == 0) {
-        return text.size();
-    }
-    const auto first = static_cast<unsigned char>(text[lead - 1]);
-    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC0 ? 2 : 1;
-    return text.size() - (lead - 1) < length ? lead - 1 : text.size();
-}
 
 // The 1-based line of the first byte that is not UTF-8, counting from `firstLine`.
 std::int64_t lineOfInvalidByte(std::string_view text, std::int64_t firstLine)
@@ -214,7 +167,7 @@ ScriptReplay::Survey ScriptReplay::survey(const std::string &path, const std::at
     };
     std::string carried;
     std::int64_t lines = 1;
-    readPieces(path, m_limits.pieceBytes, [&](std::string_view piece, std::uint64_t done) {
+    readFilePieces(path, m_limits.pieceBytes, [&](std::string_view piece, std::uint64_t done) {
         carried.append(piece);
         const std::string_view whole = std::string_view(carried).substr(0, wholeCharactersEnd(carried));
         if (!isValidUtf8(whole)) {
@@ -257,7 +210,7 @@ ScriptReplayOutcome ScriptReplay::run(
                 runStatement(std::move(statement));
             }
         };
-        readPieces(path, m_limits.pieceBytes, [&](std::string_view piece, std::uint64_t done) {
+        readFilePieces(path, m_limits.pieceBytes, [&](std::string_view piece, std::uint64_t done) {
             stream.feed(piece);
             runReady();
             report.bytesDone = done;

@@ -6,9 +6,13 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QLocale>
 #include <QSaveFile>
 #include <QUuid>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <sys/stat.h>
 
 namespace tallowick
 {
@@ -67,6 +71,53 @@ void replaceWhenComplete(const std::string &requested, const std::function<void(
         std::remove(partial.c_str());
         throw;
     }
+}
+
+FileReader::FileReader(const std::string &path)
+    : m_path(path)
+    , m_file(std::fopen(path.c_str(), "rb"))
+{
+    if (!m_file) {
+        throw AppError("Could not open " + path + ": " + std::strerror(errno) + ".");
+    }
+    struct stat status {
+    };
+    if (::fstat(::fileno(m_file), &status) == 0) {
+        m_size = static_cast<std::uint64_t>(status.st_size);
+    }
+}
+
+FileReader::~FileReader()
+{
+    std::fclose(m_file);
+}
+
+std::string_view FileReader::read(std::size_t maxBytes)
+{
+    m_piece.resize(maxBytes);
+    const std::size_t got = std::fread(m_piece.data(), 1, maxBytes, m_file);
+    if (got == 0 && std::ferror(m_file)) {
+        throw AppError("Could not read " + m_path + ": " + std::strerror(errno) + ".");
+    }
+    m_bytesRead += got;
+    return { m_piece.data(), got };
+}
+
+void readFilePieces(const std::string &path,
+    std::size_t pieceBytes,
+    const std::function<bool(std::string_view piece, std::uint64_t bytesDone)> &onPiece)
+{
+    FileReader file(path);
+    for (std::string_view piece = file.read(pieceBytes); !piece.empty(); piece = file.read(pieceBytes)) {
+        if (!onPiece(piece, file.bytesRead())) {
+            return;
+        }
+    }
+}
+
+std::string byteText(std::uint64_t bytes)
+{
+    return QLocale::c().formattedDataSize(static_cast<qint64>(bytes), 1, QLocale::DataSizeSIFormat).toStdString();
 }
 
 } // namespace tallowick

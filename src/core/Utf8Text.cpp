@@ -220,4 +220,18 @@ bool isValidUtf8(std::string_view bytes)
     return true;
 }
 
+std::size_t wholeCharactersEnd(std::string_view text)
+{
+    std::size_t lead = text.size();
+    while (lead > 0 && text.size() - lead < 4 && (static_cast<unsigned char>(text[lead - 1]) & 0xC0) == 0x80) {
+        --lead;
+    }
+    if (lead == 0) {
+        return text.size();
+    }
+    const auto first = static_cast<unsigned char>(text[lead - 1]);
+    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC0 ? 2 : 1;
+    return text.size() - (lead - 1) < length ? lead - 1 : text.size();
+}
+
 } // namespace tallowick

@@ -36,4 +36,8 @@ std::string repairedUtf8(std::string_view bytes);
 
 bool isValidUtf8(std::string_view bytes);
 
+// Where `text` stops holding whole characters: for text arriving in pieces, a character cut by
+// the end of a piece is left for the next one.
+std::size_t wholeCharactersEnd(std::string_view text);
+
 } // namespace tallowick

@@ -1,7 +1,7 @@
 #include "management/CsvImport.h"
 
 #include "core/AppError.h"
-#include "core/Csv.h"
+#include "core/FileText.h"
 #include "core/SqlQuoting.h"
 #include "core/Utf8Text.h"
 
@@ -47,104 +47,181 @@ std::string fieldCount(std::size_t count)
 
 } // namespace
 
-CsvImportPlan planCsvImport(
-    const std::string &fileBytes, const std::vector<ColumnInfo> &tableColumns, bool nullMarkerIsNull)
+CsvImportReader::CsvImportReader(bool nullMarkerIsNull)
+    : m_nullMarkerIsNull(nullMarkerIsNull)
 {
-    if (fileBytes.size() > csvImportMaxBytes) {
-        throw AppError("Use SQL import for files larger than 10 MB.");
+}
+
+void CsvImportReader::feed(std::string_view bytes)
+{
+    m_carried.append(bytes);
+    std::string_view text(m_carried);
+    if (!m_started) {
+        // Too short yet to tell whether the file starts with a byte-order mark.
+        if (text.size() < byteOrderMark.size() && byteOrderMark.starts_with(text)) {
+            return;
+        }
+        if (text.starts_with(byteOrderMark)) {
+            text.remove_prefix(byteOrderMark.size());
+        }
+        m_started = true;
     }
-    std::string_view text(fileBytes);
-    if (text.starts_with(byteOrderMark)) {
-        text.remove_prefix(byteOrderMark.size());
-    }
-    if (!isValidUtf8(text)) {
+    const std::string_view whole = text.substr(0, wholeCharactersEnd(text));
+    if (!isValidUtf8(whole)) {
         throw AppError("The CSV must use UTF-8 encoding.");
     }
-    std::vector<std::vector<std::string>> records = SQL::parseCSV(text);
-    if (records.empty()) {
-        throw AppError("The CSV is empty.");
-    }
+    m_csv.feed(whole);
+    m_carried.erase(0, m_carried.size() - (text.size() - whole.size()));
+}
 
-    CsvImportPlan plan;
-    plan.header = std::move(records.front());
+void CsvImportReader::finish()
+{
+    // A character cut short by the end of the file (the start of a byte-order mark included).
+    if (!m_carried.empty()) {
+        throw AppError("The CSV must use UTF-8 encoding.");
+    }
+    m_carried.clear();
+    m_csv.finish();
+    m_finished = true;
+}
+
+const std::vector<std::string> *CsvImportReader::header()
+{
+    if (!m_headerRead) {
+        if (!m_csv.next(m_header)) {
+            if (m_finished) {
+                throw AppError("The CSV is empty.");
+            }
+            return nullptr;
+        }
+        m_headerRead = true;
+    }
+    return &m_header;
+}
+
+bool CsvImportReader::next(Row &row)
+{
+    if (!header()) {
+        return false;
+    }
+    if (!m_csv.next(m_record)) {
+        if (m_finished && m_rowsRead == 0) {
+            throw AppError("The CSV is empty.");
+        }
+        return false;
+    }
+    if (m_record.size() != m_header.size()) {
+        throw AppError("Row " + std::to_string(m_rowsRead + 2) + " of the CSV has " + fieldCount(m_record.size())
+            + ", but the header has " + std::to_string(m_header.size()) + ".");
+    }
+    row.resize(m_record.size());
+    for (std::size_t i = 0; i < m_record.size(); ++i) {
+        if (m_nullMarkerIsNull && m_record[i] == nullMarker) {
+            row[i].reset();
+        } else {
+            row[i] = std::move(m_record[i]);
+        }
+    }
+    ++m_rowsRead;
+    return true;
+}
+
+std::vector<std::string> csvHeaderColumns(
+    const std::vector<std::string> &header, const std::vector<ColumnInfo> &tableColumns)
+{
     std::set<std::string> seen;
-    for (const std::string &name : plan.header) {
+    for (const std::string &name : header) {
         if (!seen.insert(lower(name)).second) {
             throw AppError("CSV headers must be unique.");
         }
     }
-    for (const std::string &name : plan.header) {
+    std::vector<std::string> columns;
+    for (const std::string &name : header) {
         const ColumnInfo *column = matchingColumn(name, tableColumns);
         if (!column || column->generated()) {
             throw AppError("Unknown or generated column in CSV header: " + name);
         }
-        plan.columns.push_back(column->name);
+        columns.push_back(column->name);
     }
-    if (records.size() == 1) {
-        throw AppError("The CSV is empty.");
-    }
+    return columns;
+}
 
-    plan.rows.reserve(records.size() - 1);
-    for (std::size_t i = 1; i < records.size(); ++i) {
-        std::vector<std::string> &record = records[i];
-        if (record.size() != plan.header.size()) {
-            throw AppError("Row " + std::to_string(i + 1) + " of the CSV has " + fieldCount(record.size())
-                + ", but the header has " + std::to_string(plan.header.size()) + ".");
+CsvImportPlan planCsvImport(std::string_view head,
+    bool wholeFile,
+    const std::vector<ColumnInfo> &tableColumns,
+    bool nullMarkerIsNull,
+    std::uint64_t fileBytes)
+{
+    CsvImportReader reader(nullMarkerIsNull);
+    reader.feed(head);
+    if (wholeFile) {
+        reader.finish();
+    }
+    CsvImportPlan plan;
+    plan.nullMarkerIsNull = nullMarkerIsNull;
+    plan.fileBytes = fileBytes;
+    const std::vector<std::string> *header = reader.header();
+    if (!header) {
+        throw AppError(
+            "The CSV's first line does not end within its first " + std::to_string(head.size() / 1'000'000) + " MB.");
+    }
+    plan.header = *header;
+    plan.columns = csvHeaderColumns(plan.header, tableColumns);
+    for (Row row; reader.next(row);) {
+        if (plan.preview.size() < csvPreviewRows) {
+            plan.preview.push_back(row);
         }
-        Row row;
-        row.reserve(record.size());
-        for (std::string &field : record) {
-            if (nullMarkerIsNull && field == nullMarker) {
-                row.emplace_back(std::nullopt);
-            } else {
-                row.emplace_back(std::move(field));
-            }
-        }
-        plan.rows.push_back(std::move(row));
-        // Frees the parsed copy as we go, so the file is held about once, not twice.
-        record = {};
+    }
+    if (wholeFile) {
+        plan.rowCount = reader.rowsRead();
     }
     return plan;
 }
 
-CsvInsertBatches::CsvInsertBatches(
-    const std::string &database, const std::string &table, const CsvImportPlan &plan, std::size_t maxStatementBytes)
-    : m_plan(plan)
+CsvInsertBatches::CsvInsertBatches(const std::string &database,
+    const std::string &table,
+    const std::vector<std::string> &columns,
+    RowSource source,
+    std::size_t maxStatementBytes)
+    : m_source(std::move(source))
     , m_maxStatementBytes(maxStatementBytes)
 {
     m_prefix = "INSERT INTO " + SQL::qualified(database, table) + " (";
-    for (std::size_t i = 0; i < plan.columns.size(); ++i) {
-        m_prefix += (i > 0 ? ", " : "") + SQL::identifier(plan.columns[i]);
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        m_prefix += (i > 0 ? ", " : "") + SQL::identifier(columns[i]);
     }
     m_prefix += ") VALUES ";
 }
 
-void CsvInsertBatches::buildTuple(std::size_t row)
+bool CsvInsertBatches::pull()
 {
+    if (m_tupleReady) {
+        return true;
+    }
+    if (m_exhausted || !m_source(m_row)) {
+        m_exhausted = true;
+        return false;
+    }
     m_tuple.assign(1, '(');
-    const Row &cells = m_plan.rows[row];
-    for (std::size_t i = 0; i < cells.size(); ++i) {
+    for (std::size_t i = 0; i < m_row.size(); ++i) {
         if (i > 0) {
             m_tuple += ", ";
         }
-        m_tuple += SQL::value(cells[i]);
+        m_tuple += SQL::value(m_row[i]);
     }
     m_tuple += ')';
-    m_tupleRow = row;
     m_tupleReady = true;
+    return true;
 }
 
 bool CsvInsertBatches::next(std::string &statement)
 {
-    if (m_next >= m_plan.rows.size()) {
+    if (!pull()) {
         return false;
     }
     statement.assign(m_prefix);
     bool first = true;
-    while (m_next < m_plan.rows.size()) {
-        if (!m_tupleReady || m_tupleRow != m_next) {
-            buildTuple(m_next);
-        }
+    while (pull()) {
         // The separator before the tuple and the closing semicolon count against the budget.
         const std::size_t needed = statement.size() + (first ? 0 : 1) + m_tuple.size() + 1;
         if (!first && needed > m_maxStatementBytes) {
@@ -156,22 +233,10 @@ bool CsvInsertBatches::next(std::string &statement)
         statement += m_tuple;
         m_tupleReady = false;
         first = false;
-        ++m_next;
+        ++m_done;
     }
     statement += ';';
     return true;
-}
-
-std::vector<std::string> csvInsertStatements(
-    const std::string &database, const std::string &table, const CsvImportPlan &plan, std::size_t maxStatementBytes)
-{
-    std::vector<std::string> statements;
-    CsvInsertBatches batches(database, table, plan, maxStatementBytes);
-    std::string statement;
-    while (batches.next(statement)) {
-        statements.push_back(statement);
-    }
-    return statements;
 }
 
 std::string csvRowCountText(std::size_t count)
@@ -179,10 +244,14 @@ std::string csvRowCountText(std::size_t count)
     return std::to_string(count) + (count == 1 ? " row" : " rows");
 }
 
-std::string csvImportStatus(std::size_t rowsDone, std::size_t rowsTotal)
+std::string csvImportStatus(
+    std::size_t rowsDone, std::optional<std::size_t> rowsTotal, std::uint64_t bytesDone, std::uint64_t bytesTotal)
 {
-    return std::string(importingCsvStatus) + " " + std::to_string(rowsDone) + " of " + std::to_string(rowsTotal)
-        + " rows";
+    const std::string lead = std::string(importingCsvStatus) + " " + std::to_string(rowsDone);
+    if (rowsTotal) {
+        return lead + " of " + std::to_string(*rowsTotal) + " rows";
+    }
+    return lead + " rows · " + byteText(bytesDone) + " of " + byteText(bytesTotal);
 }
 
 } // namespace tallowick

@@ -311,7 +311,7 @@ void ServerSession::setBusy(bool value)
 {
     if (!value) {
         assign(m_progress, -1, &ServerSession::progressChanged);
-        m_fileRunCancelled.reset();
+        m_transferCancelled.reset();
     }
     assign(m_busy, value, &ServerSession::busyChanged);
 }

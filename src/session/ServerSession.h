@@ -193,9 +193,11 @@ public:
         Finished done);
     // Creates an account, escaped by the connection itself, then reloads the user list.
     void createUser(const std::string &name, const std::string &host, const std::string &password, Finished done);
-    // Inserts every row of the plan into `database`.`table` in one transaction, all or none,
-    // with the rows done so far in the status. The table's page is reloaded when it is shown.
+    // Inserts every row of the CSV file at `path`, read as it streams and checked as `plan`
+    // says, into `database`.`table` in one transaction, all or none, with the rows and bytes
+    // done so far in the status; Cancel rolls it back. The table's page is reloaded when shown.
     void importCSV(std::shared_ptr<const CsvImportPlan> plan,
+        const std::string &path,
         const std::string &database,
         const std::string &table,
         Finished done);
@@ -299,8 +301,9 @@ private:
     bool m_connected = false;
     bool m_busy = false;
     int m_progress = -1;
-    // Set by cancel() while a SQL file runs; the run stops before its next statement.
-    std::shared_ptr<std::atomic<bool>> m_fileRunCancelled;
+    // Set by cancel() while a SQL file runs or a CSV file is imported, which then stop before
+    // their next statement.
+    std::shared_ptr<std::atomic<bool>> m_transferCancelled;
     std::string m_database;
     std::string m_selectedTable;
     WorkspaceMode m_mode = WorkspaceMode::query;

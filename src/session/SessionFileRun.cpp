@@ -2,6 +2,7 @@
 #include "client/MySQLConnection.h"
 #include "client/ScriptReplay.h"
 #include "core/AppError.h"
+#include "core/FileText.h"
 #include "core/MainThread.h"
 #include "core/SqlQuoting.h"
 #include "session/ServerSession.h"
@@ -9,7 +10,6 @@
 #include "session/UserPrompts.h"
 
 #include <QFileInfo>
-#include <QLocale>
 #include <chrono>
 
 namespace tallowick
@@ -17,11 +17,6 @@ namespace tallowick
 
 namespace
 {
-
-std::string byteText(std::uint64_t bytes)
-{
-    return QLocale::c().formattedDataSize(static_cast<qint64>(bytes), 1, QLocale::DataSizeSIFormat).toStdString();
-}
 
 std::string progressText(const std::string &name, const ScriptReplayProgress &progress)
 {
@@ -79,7 +74,7 @@ void ServerSession::startFileRun(const std::string &path, const std::string &lea
         return;
     }
     const auto cancelled = std::make_shared<std::atomic<bool>>(false);
-    m_fileRunCancelled = cancelled;
+    m_transferCancelled = cancelled;
     const QPointer<ServerSession> guard(this);
     perform<FileRunResult>(
         "Running " + name + "…",

@@ -52,31 +52,41 @@ void ServerSession::createUser(
         std::move(done));
 }
 
-void ServerSession::importCSV(
-    std::shared_ptr<const CsvImportPlan> plan, const std::string &database, const std::string &table, Finished done)
+void ServerSession::importCSV(std::shared_ptr<const CsvImportPlan> plan,
+    const std::string &path,
+    const std::string &database,
+    const std::string &table,
+    Finished done)
 {
     const QPointer<ServerSession> guard(this);
-    const std::size_t rows = plan->rows.size();
+    const auto cancelled = std::make_shared<std::atomic<bool>>(false);
+    m_transferCancelled = cancelled;
+    const auto rows = std::make_shared<std::size_t>(0);
     performFor(
         std::string(importingCsvStatus),
-        [plan, database, table, guard](MySQLConnection &client) {
-            runCsvImport(
+        [plan, path, database, table, guard, cancelled, rows](MySQLConnection &client) {
+            *rows = runCsvImport(
                 client,
                 database,
                 table,
+                path,
                 *plan,
-                [guard](std::size_t rowsDone, std::size_t rowsTotal) {
-                    postToMainThread(guard, [status = csvImportStatus(rowsDone, rowsTotal)](ServerSession &session) {
-                        session.reportProgress(status);
-                    });
+                [guard, total = plan->rowCount](const CsvImportProgress &progress) {
+                    const int percent = progress.bytesTotal == 0 ? 100
+                                                                 : static_cast<int>(std::min<std::uint64_t>(100,
+                                                                     progress.bytesDone * 100 / progress.bytesTotal));
+                    postToMainThread(guard,
+                        [status = csvImportStatus(progress.rowsDone, total, progress.bytesDone, progress.bytesTotal),
+                            percent](ServerSession &session) { session.reportProgress(status, percent); });
                 },
-                csvDefaultStatementBytes);
+                csvDefaultStatementBytes,
+                cancelled.get());
         },
         [database, table, rows](ServerSession &session) {
             if (session.database() == database && session.selectedTable() == table) {
                 session.browse();
                 // Shown while the page reloads (the status only changes while a job runs).
-                session.reportProgress("Imported " + csvRowCountText(rows) + " into " + table);
+                session.reportProgress("Imported " + csvRowCountText(*rows) + " into " + table);
             }
         },
         std::move(done));

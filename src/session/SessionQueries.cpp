@@ -159,8 +159,8 @@ void ServerSession::cancel()
     if (!m_busy || m_connectionID == 0) {
         return;
     }
-    if (m_fileRunCancelled) {
-        *m_fileRunCancelled = true;
+    if (m_transferCancelled) {
+        *m_transferCancelled = true;
     }
     // Never on the session's own lane: that is busy with the very statement to stop.
     const QPointer<ServerSession> guard(this);

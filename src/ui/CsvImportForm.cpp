@@ -1,14 +1,15 @@
 #include "ui/CsvImportForm.h"
 
 #include "core/AppError.h"
+#include "core/FileText.h"
 #include "management/ManagementSQL.h"
+#include "session/CsvImportRun.h"
 #include "session/ServerSession.h"
 #include "session/UserPrompts.h"
 #include "ui/FormParts.h"
 #include "ui/LightTheme.h"
 
 #include <QCheckBox>
-#include <QFile>
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -69,7 +70,7 @@ CsvImportForm::CsvImportForm(ServerSession &session, UserPrompts &prompts, QWidg
 
     QObject::connect(m_choose, &QPushButton::clicked, this, &CsvImportForm::chooseFile);
     QObject::connect(m_nullMarker, &QCheckBox::toggled, this, [this] {
-        if (!m_bytes.empty()) {
+        if (!m_path.empty()) {
             plan();
         }
     });
@@ -91,7 +92,7 @@ void CsvImportForm::chooseFile()
 
 bool CsvImportForm::loadFile(const QString &path)
 {
-    m_bytes.clear();
+    m_path.clear();
     m_plan.reset();
     m_fileName->setText(QFileInfo(path).fileName());
     if (m_readOnly) {
@@ -104,23 +105,11 @@ bool CsvImportForm::loadFile(const QString &path)
         setErrorText(QStringLiteral("Choose a table first."));
         return false;
     }
-    QFile file(path);
-    // One byte past the limit is enough for the planner to refuse a large file, without holding
-    // all of it in memory.
-    QByteArray bytes;
-    if (file.open(QIODevice::ReadOnly)) {
-        bytes = file.read(static_cast<qint64>(csvImportMaxBytes) + 1);
-    }
-    if (file.error() != QFileDevice::NoError) {
-        showPlan();
-        setErrorText(QStringLiteral("Could not read %1: %2").arg(QFileInfo(path).fileName(), file.errorString()));
-        return false;
-    }
-    m_bytes = bytes.toStdString();
+    m_path = path.toStdString();
     const bool planned = plan();
     if (!planned) {
         // Nothing the NULL option changes can make this file acceptable.
-        m_bytes.clear();
+        m_path.clear();
     }
     return planned;
 }
@@ -128,8 +117,9 @@ bool CsvImportForm::loadFile(const QString &path)
 bool CsvImportForm::plan()
 {
     try {
+        // Reads at most the planning size, so even a huge file answers at once.
         m_plan = std::make_shared<const CsvImportPlan>(
-            planCsvImport(m_bytes, m_context.columns, m_nullMarker->isChecked()));
+            planCsvImportFile(m_path, m_context.columns, m_nullMarker->isChecked()));
     } catch (const AppError &refusal) {
         m_plan.reset();
         showPlan();
@@ -167,7 +157,7 @@ void CsvImportForm::showPlan()
     }
     m_mapping->setText(QStringLiteral("Columns: ") + mapping.join(QStringLiteral(", ")));
 
-    const std::span<const Row> rows = m_plan->preview();
+    const std::vector<Row> &rows = m_plan->preview;
     m_preview->setColumnCount(static_cast<int>(headings.size()));
     m_preview->setHorizontalHeaderLabels(headings);
     m_preview->setRowCount(static_cast<int>(rows.size()));
@@ -184,10 +174,17 @@ void CsvImportForm::showPlan()
             m_preview->setItem(static_cast<int>(row), static_cast<int>(column), item);
         }
     }
-    const std::size_t total = m_plan->rows.size();
-    m_rowCount->setText(total > rows.size()
-            ? QStringLiteral("%1 to import; the first %2 are shown.").arg(text(csvRowCountText(total))).arg(rows.size())
-            : text(csvRowCountText(total) + " to import."));
+    if (const std::optional<std::size_t> total = m_plan->rowCount) {
+        m_rowCount->setText(total > rows.size() ? QStringLiteral("%1 to import; the first %2 are shown.")
+                                                      .arg(text(csvRowCountText(*total)))
+                                                      .arg(rows.size())
+                                                : text(csvRowCountText(*total) + " to import."));
+    } else {
+        m_rowCount->setText(QStringLiteral("The first %1 rows of %2 are shown. Every row is checked as it goes in; "
+                                           "a refused row leaves the table as it was.")
+                                .arg(rows.size())
+                                .arg(text(byteText(m_plan->fileBytes))));
+    }
     updateButtons();
 }
 
@@ -205,7 +202,7 @@ void CsvImportForm::apply()
     }
     // A failure rolls the whole import back; its message stays next to the fields.
     startJob([this](ServerSession &target, ServerSession::Finished done) {
-        target.importCSV(m_plan, m_context.database, m_context.table, std::move(done));
+        target.importCSV(m_plan, m_path, m_context.database, m_context.table, std::move(done));
     });
 }
 

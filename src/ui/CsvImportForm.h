@@ -17,10 +17,11 @@ namespace tallowick
 
 class UserPrompts;
 
-// Imports a UTF-8 CSV file into the session's selected table. Loading a file reads and plans it
-// at once (header mapped onto the table's columns, first rows previewed), so every refusal shows
-// before anything is sent; the import itself is one job on the session's lane that inserts all
-// rows in one transaction or none of them.
+// Imports a UTF-8 CSV file into the session's selected table. Loading a file plans it from its
+// first megabytes at once (header mapped onto the table's columns, first rows previewed; a small
+// file is checked whole, so its refusals show before anything is sent); the import itself is one
+// job on the session's lane that streams the file and inserts all rows in one transaction or
+// none of them.
 //
 // The target table is taken from the session when the form opens. Main thread only; `prompts`
 // must outlive the form, the session need not.
@@ -31,13 +32,11 @@ class CsvImportForm final : public JobDialog
 public:
     CsvImportForm(ServerSession &session, UserPrompts &prompts, QWidget *parent = nullptr);
 
-    bool loadFile(const QString &path); // reads, plans and previews; false with the refusal shown inline
+    bool loadFile(const QString &path); // plans and previews; false with the refusal shown inline
     void apply();
 
     // Asks for a file and loads it; nothing changes when the person cancels.
     void chooseFile();
-    // The planned rows, once a file has loaded.
-    std::size_t rowCount() const { return m_plan ? m_plan->rows.size() : 0; }
     QString mappingText() const;
 
 private:
@@ -49,7 +48,7 @@ private:
     UserPrompts &m_prompts;
     const ManagementContext m_context;
     const bool m_readOnly;
-    std::string m_bytes; // the loaded file, kept so the NULL toggle can plan it again
+    std::string m_path; // the loaded file, kept so the NULL toggle can plan it again
     std::shared_ptr<const CsvImportPlan> m_plan; // shared with the running import
 
     QLabel *m_fileName;

@@ -1,5 +1,6 @@
 #include "client/ClientThreadScope.h"
 #include "core/Csv.h"
+#include "core/FileText.h"
 #include "core/SqlQuoting.h"
 #include "management/CsvImport.h"
 #include "management/ManagementSQL.h"
@@ -8,6 +9,7 @@
 #include "support/TestServer.h"
 
 #include <QScopeGuard>
+#include <QTemporaryDir>
 #include <QTest>
 #include <random>
 
@@ -32,12 +34,18 @@ private Q_SLOTS:
     void applied_data();
     void applied();
     void csvImportIsAllOrNothing();
+    void csvRefusedWhileStreaming();
     void csvRefusals();
 
 private:
     MySQLConnection &connection() { return m_scratch.connection(); }
-    // Imports into `table` with \\N read as NULL, noting each progress report.
-    std::size_t import(MySQLConnection &client, const char *table, const std::string &file, std::size_t maxBytes);
+    // Imports `file` into `table` with \\N read as NULL, noting each progress report. The plan
+    // is made from the first `plannedBytes`, as for a file larger than the planning size.
+    std::size_t import(MySQLConnection &client,
+        const char *table,
+        const std::string &file,
+        std::size_t maxBytes,
+        std::size_t plannedBytes = std::string::npos);
     // The people table as `client` sees it: another session sees only what was committed.
     static Grid people(MySQLConnection &client)
     {
@@ -50,6 +58,7 @@ private:
     ScratchDatabase m_scratch { m_server };
     const std::unique_ptr<MySQLConnection> m_otherSession = m_server.connect();
     QList<std::size_t> m_progress;
+    QTemporaryDir m_folder;
 };
 
 void TestManagementApply::initTestCase()
@@ -132,14 +141,19 @@ void TestManagementApply::applied()
 }
 
 std::size_t TestManagementApply::import(
-    MySQLConnection &client, const char *table, const std::string &file, std::size_t maxBytes)
+    MySQLConnection &client, const char *table, const std::string &file, std::size_t maxBytes, std::size_t plannedBytes)
 {
-    const CsvImportPlan plan = planCsvImport(file, connection().columns(m_scratch.name(), table), true);
-    const auto progress = [this, &plan](std::size_t done, std::size_t total) {
-        QCOMPARE(total, plan.rows.size());
-        m_progress.append(done);
+    const std::string path = m_folder.filePath(QStringLiteral("import.csv")).toStdString();
+    writeFileAtomically(path, QByteArray::fromStdString(file));
+    const std::vector<ColumnInfo> columns = connection().columns(m_scratch.name(), table);
+    const CsvImportPlan plan = plannedBytes < file.size()
+        ? planCsvImport(std::string_view(file).substr(0, plannedBytes), false, columns, true, file.size())
+        : planCsvImportFile(path, columns, true);
+    const auto progress = [this, &file](const CsvImportProgress &report) {
+        QCOMPARE(report.bytesTotal, file.size());
+        m_progress.append(report.rowsDone);
     };
-    return runCsvImport(client, m_scratch.name(), table, plan, progress, maxBytes);
+    return runCsvImport(client, m_scratch.name(), table, path, plan, progress, maxBytes);
 }
 
 // A failure in the last statement leaves the table as it was; then random text a user might paste,
@@ -186,6 +200,55 @@ void TestManagementApply::csvImportIsAllOrNothing()
     QCOMPARE(m_progress.back(), std::size_t(399));
     QCOMPARE(people(connection()), expected);
     QCOMPARE(people(*m_otherSession), expected);
+}
+
+// A file too large to check whole before the import is checked as it streams: a refusal after
+// statements were sent, a header changed since the plan, and Cancel each leave the table as it
+// was, with the planner's messages.
+void TestManagementApply::csvRefusedWhileStreaming()
+{
+    std::string file = "id,name,note\n";
+    for (int id = 2; id < 300; ++id) {
+        file += std::to_string(id) + ",row " + std::to_string(id) + ",\\N\n";
+    }
+    const Grid before = people(connection());
+    const std::size_t planned = file.size();
+    QCOMPARE(errorFrom([&] { import(connection(), "people", file + "300,\"open\n", 256, planned); }),
+        QStringLiteral("The CSV has an unterminated quoted field."));
+    QVERIFY2(m_progress.size() >= 3, qPrintable(QString::number(m_progress.size())));
+    QCOMPARE(errorFrom([&] { import(connection(), "people", file + "300,\xE9\n", 256, planned); }),
+        QStringLiteral("The CSV must use UTF-8 encoding."));
+    const std::vector<ColumnInfo> columns = connection().columns(m_scratch.name(), "people");
+    const std::string path = m_folder.filePath(QStringLiteral("changed.csv")).toStdString();
+    writeFileAtomically(path, "id,note,name\n2,x,y\n");
+    QCOMPARE(errorFrom([&] {
+        runCsvImport(connection(), m_scratch.name(), "people", path, planCsvImport(file, true, columns, true), {}, 256);
+    }),
+        QStringLiteral("The CSV file changed after it was chosen. Choose it again."));
+
+    // Cancelled once the first statements have gone in.
+    writeFileAtomically(path, QByteArray::fromStdString(file));
+    const CsvImportPlan plan = planCsvImportFile(path, columns, true);
+    std::atomic<bool> cancel = false;
+    m_progress.clear();
+    QCOMPARE(errorFrom([&] {
+        runCsvImport(
+            connection(),
+            m_scratch.name(),
+            "people",
+            path,
+            plan,
+            [&](const CsvImportProgress &report) {
+                m_progress.append(report.rowsDone);
+                cancel = m_progress.size() == 2;
+            },
+            256,
+            &cancel);
+    }),
+        QStringLiteral("Cancelled. Nothing was imported."));
+    QCOMPARE(m_progress.size(), 2);
+    QCOMPARE(people(connection()), before);
+    QCOMPARE(people(*m_otherSession), before);
 }
 
 // Refused before anything is sent: a read-only profile, and a table whose engine (MyISAM) cannot

@@ -82,6 +82,7 @@ private Q_SLOTS:
     void csvRefusals();
     void csvPlan_data();
     void csvPlan();
+    void csvPlanFromTheHeadOfALargeFile();
     void csvBatchingSplitsAtTheBudget_data();
     void csvBatchingSplitsAtTheBudget();
 };
@@ -226,36 +227,60 @@ void TestManagementSQL::reviewDetailNamesTheTarget()
         detail(ManagementSheet::insertRow), "Target: Production (db.example.com), database shop, table orders" + tail);
 }
 
+namespace
+{
+
+// Every data row of `file` as the import reads it: fed in pieces of `pieceBytes`.
+std::vector<Row> streamedRows(const QByteArray &file, std::size_t pieceBytes, bool nullMarkerIsNull)
+{
+    CsvImportReader reader(nullMarkerIsNull);
+    std::vector<Row> rows;
+    const auto take = [&] {
+        for (Row row; reader.next(row);) {
+            rows.push_back(row);
+        }
+    };
+    for (qsizetype at = 0; at < file.size(); at += qsizetype(pieceBytes)) {
+        reader.feed(std::string_view(file.constData() + at, std::min<std::size_t>(pieceBytes, file.size() - at)));
+        take();
+    }
+    reader.finish();
+    take();
+    return rows;
+}
+
+} // namespace
+
 void TestManagementSQL::csvRefusals_data()
 {
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<QString>("message");
+    QTest::addColumn<bool>("whileReading"); // found by the reader, so also when the file streams
 
     const QString empty = QStringLiteral("The CSV is empty.");
     const QString notUtf8 = QStringLiteral("The CSV must use UTF-8 encoding.");
     const QString unknown = QStringLiteral("Unknown or generated column in CSV header: ");
-    const QString tooLarge = QStringLiteral("Use SQL import for files larger than 10 MB.");
-    const QByteArray limit = "note\n" + QByteArray(10'000'000 - 5, 'x');
 
     // clang-format off
-    QTest::newRow("only a byte-order mark") << QByteArray("\xEF\xBB\xBF") << empty;
-    QTest::newRow("header only") << QByteArray("id,name\r\n") << empty;
+    QTest::newRow("only a byte-order mark") << QByteArray("\xEF\xBB\xBF") << empty << true;
+    QTest::newRow("header only") << QByteArray("id,name\r\n") << empty << true;
     // Which sequences are valid UTF-8 is the cell-text repair's concern, tested there.
-    QTest::newRow("Latin-1 e acute") << QByteArray("id,name\n1,caf\xE9\n") << notUtf8;
-    QTest::newRow("invalid after a byte-order mark") << QByteArray("\xEF\xBB\xBFid\n\x80\n") << notUtf8;
+    QTest::newRow("Latin-1 e acute") << QByteArray("id,name\n1,caf\xE9\n") << notUtf8 << true;
+    QTest::newRow("invalid after a byte-order mark") << QByteArray("\xEF\xBB\xBFid\n\x80\n") << notUtf8 << true;
+    QTest::newRow("half a byte-order mark") << QByteArray("\xEF\xBB") << notUtf8 << true;
+    QTest::newRow("a character cut by the end") << QByteArray("id\n\xC3") << notUtf8 << true;
+    QTest::newRow("an open quote") << QByteArray("id\n\"1\n")
+                                   << QStringLiteral("The CSV has an unterminated quoted field.") << true;
     QTest::newRow("same header in another case") << QByteArray("id,Name,NAME\n1,a,b\n")
-                                                 << QStringLiteral("CSV headers must be unique.");
-    QTest::newRow("unknown column") << QByteArray("id,nickname\n1,x\n") << unknown + "nickname";
-    QTest::newRow("generated column") << QByteArray("id,doubled\n1,2\n") << unknown + "doubled";
-    QTest::newRow("header with blanks is not trimmed") << QByteArray("id, name\n1,a\n") << unknown + " name";
-    QTest::newRow("long row") << QByteArray("id,name\n1,a,extra\n") << "Row 2 of the CSV has 3 fields, but the header has 2.";
+                                                 << QStringLiteral("CSV headers must be unique.") << false;
+    QTest::newRow("unknown column") << QByteArray("id,nickname\n1,x\n") << unknown + "nickname" << false;
+    QTest::newRow("generated column, header only") << QByteArray("id,doubled\n") << unknown + "doubled" << false;
+    QTest::newRow("header with blanks is not trimmed") << QByteArray("id, name\n1,a\n") << unknown + " name" << false;
+    QTest::newRow("long row") << QByteArray("id,name\n1,a,extra\n") << "Row 2 of the CSV has 3 fields, but the header has 2." << true;
     QTest::newRow("blank line at the end") << QByteArray("id,name\r\n1,a\r\n\r\n")
-                                           << "Row 3 of the CSV has 1 field, but the header has 2.";
+                                           << "Row 3 of the CSV has 1 field, but the header has 2." << true;
     QTest::newRow("rows count records, not lines") << QByteArray("id,name\n1,\"two\nlines\"\n3\n")
-                                                   << "Row 3 of the CSV has 1 field, but the header has 2.";
-    // The size is checked first, before the bytes are even looked at.
-    QTest::newRow("10 MB and one byte") << limit + "x" << tooLarge;
-    QTest::newRow("10 MB and one invalid byte") << limit + "\xFF" << tooLarge;
+                                                   << "Row 3 of the CSV has 1 field, but the header has 2." << true;
     // clang-format on
 }
 
@@ -263,7 +288,11 @@ void TestManagementSQL::csvRefusals()
 {
     QFETCH(QByteArray, file);
     QFETCH(QString, message);
-    QCOMPARE(errorFrom([&] { planCsvImport(file.toStdString(), shop.columns, true); }), message);
+    QFETCH(bool, whileReading);
+    QCOMPARE(errorFrom([&] { planCsvImport(file.toStdString(), true, shop.columns, true); }), message);
+    if (whileReading) {
+        QCOMPARE(errorFrom([&] { streamedRows(file, 1, true); }), message);
+    }
 }
 
 void TestManagementSQL::csvPlan_data()
@@ -284,18 +313,17 @@ void TestManagementSQL::csvPlan_data()
         << QByteArray("id,name\n\\n, \\N\n\\\\N,\\N \nNULL,\n") << true << idName
         << Grid { { text("\\n"), text(" \\N") }, { text("\\\\N"), text("\\N ") }, { text("NULL"), text("") } };
     QTest::newRow("header names take the table's spelling")
-        << QByteArray("ID,NAME,Total\n1,a,2.50\n") << true << QStringList { "id", "name", "total" }
-        << Grid { { text("1"), text("a"), text("2.50") } };
+        << QByteArray("\xEF\xBB\xBFID,NAME,Total\n1,Zo\xC3\xAB,2.50\n") << true << QStringList { "id", "name", "total" }
+        << Grid { { text("1"), text("Zo\xC3\xAB"), text("2.50") } };
     // An expression default does not make a column generated: it can be imported into.
     QTest::newRow("column with an expression default")
         << QByteArray("due\n2026-01-02\n") << true << QStringList { "due" } << Grid { { text("2026-01-02") } };
     QTest::newRow("one column: a blank line is an empty value")
         << QByteArray("note\na\n\nb") << true << QStringList { "note" } << Grid { { text("a") }, { text("") }, { text("b") } };
-    QTest::newRow("exactly 10 MB") << "note\n" + QByteArray(10'000'000 - 5, 'x') << true << QStringList { "note" }
-        << Grid { { QVariant(QByteArray(10'000'000 - 5, 'x')) } };
     // clang-format on
 }
 
+// The plan of the whole file, and the rows as the import streams them cut at every byte.
 void TestManagementSQL::csvPlan()
 {
     QFETCH(QByteArray, file);
@@ -303,9 +331,35 @@ void TestManagementSQL::csvPlan()
     QFETCH(QStringList, columns);
     QFETCH(Grid, rows);
 
-    const CsvImportPlan result = planCsvImport(file.toStdString(), shop.columns, nullMarkerIsNull);
+    const CsvImportPlan result = planCsvImport(file.toStdString(), true, shop.columns, nullMarkerIsNull);
     QCOMPARE(rowTexts({ Row(result.columns.begin(), result.columns.end()) }), QStringList(columns.join('|')));
-    QCOMPARE(grid(result.rows), rows);
+    QCOMPARE(grid(result.preview), rows);
+    QCOMPARE(result.rowCount, std::optional<std::size_t>(rows.size()));
+    QCOMPARE(grid(streamedRows(file, 1, nullMarkerIsNull)), rows);
+}
+
+// Planned from its start, a large file shows its first rows and checks what it read; the count
+// and the end of the file are left to the import.
+void TestManagementSQL::csvPlanFromTheHeadOfALargeFile()
+{
+    QByteArray file = "name\n";
+    for (int n = 1; n <= 25; ++n) {
+        file += "r" + QByteArray::number(n) + "\n";
+    }
+    const CsvImportPlan whole = planCsvImport(file.toStdString(), true, shop.columns, true);
+    QCOMPARE(whole.preview.size(), std::size_t(20));
+    QCOMPARE(whole.preview.back(), Row { "r20" });
+    QCOMPARE(whole.rowCount, std::optional<std::size_t>(25));
+
+    const std::string head = (file + "r26,extra\n\"open").toStdString(); // cut inside a quoted field
+    const CsvImportPlan started = planCsvImport(head.substr(0, file.size() - 2), false, shop.columns, true);
+    QCOMPARE(started.preview.size(), std::size_t(20));
+    QCOMPARE(started.rowCount, std::nullopt);
+    QCOMPARE(planCsvImport("name\n", false, shop.columns, true).preview.size(), std::size_t(0));
+    QCOMPARE(errorFrom([&] { planCsvImport(head, false, shop.columns, true); }),
+        QStringLiteral("Row 27 of the CSV has 2 fields, but the header has 1."));
+    QCOMPARE(errorFrom([&] { planCsvImport(std::string(2'000'000, 'n'), false, shop.columns, true); }),
+        QStringLiteral("The CSV's first line does not end within its first 2 MB."));
 }
 
 void TestManagementSQL::csvBatchingSplitsAtTheBudget_data()
@@ -326,10 +380,16 @@ void TestManagementSQL::csvBatchingSplitsAtTheBudget()
     QFETCH(int, extra);
     QFETCH(QList<int>, rowsPerStatement);
 
-    const CsvImportPlan plan
-        = planCsvImport("name\nr0001\nr0002\nr0003\nr0004\nr0005\nr0006\nr0007\n", shop.columns, true);
+    int pulled = 0;
+    const auto source = [&pulled](Row &row) {
+        if (pulled == 7) {
+            return false;
+        }
+        row = { "r000" + std::to_string(++pulled) };
+        return true;
+    };
     const std::string prefix = "INSERT INTO `d`.`t` (`name`) VALUES ";
-    CsvInsertBatches batches("d", "t", plan, prefix.size() + std::size_t(extra));
+    CsvInsertBatches batches("d", "t", { "name" }, source, prefix.size() + std::size_t(extra));
     std::string statement;
     QList<int> counts;
     QString sent; // the tuples of all statements so far
@@ -339,6 +399,8 @@ void TestManagementSQL::csvBatchingSplitsAtTheBudget()
         counts << int(QString::fromStdString(statement).count("('r"));
         // What the import reports as its progress after each statement.
         QCOMPARE(batches.rowsDone(), std::size_t(sent.count("('r")));
+        // Rows are read as they are needed: at most the one that did not fit is read ahead.
+        QVERIFY(pulled - int(batches.rowsDone()) <= 1);
     }
     QCOMPARE(counts, rowsPerStatement);
     QCOMPARE(sent, QStringLiteral("('r0001'),('r0002'),('r0003'),('r0004'),('r0005'),('r0006'),('r0007'),"));
