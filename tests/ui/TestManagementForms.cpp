@@ -7,6 +7,7 @@
 #include "ui/ManagementForm.h"
 
 #include <QCheckBox>
+#include <QLabel>
 #include <QComboBox>
 #include <QFile>
 #include <QLineEdit>
@@ -207,6 +208,39 @@ private Q_SLOTS:
             (QStringList { "1|Smith, \"Jo\"|<null>", "2|O'Brien|" }));
         QCOMPARE(m_session->tableResult().rows.size(), std::size_t(2)); // the shown page was reloaded
         QVERIFY2(statuses.contains("Importing CSV… 2 of 2 rows") && statuses.contains("Imported 2 rows into orders"),
+            qPrintable(statuses.join(u'|')));
+    }
+
+    // A file larger than what choosing it reads: the form previews its start and names its size,
+    // and the import streams all of it with the bytes done in the status.
+    void csvImportOfAFileLargerThanItsPreview()
+    {
+        m_scratch->run("DELETE FROM orders");
+        QByteArray bytes = "id,name,total\n";
+        int rows = 0;
+        while (bytes.size() <= 4'500'000) {
+            ++rows;
+            bytes += QByteArray::number(rows) + ",customer number " + QByteArray::number(rows) + ",7\n";
+        }
+        m_harness.prompts = ScriptedPrompts();
+        CsvImportForm form(*m_session, m_harness.prompts);
+        QVERIFY2(form.loadFile(writeFile(bytes)), qPrintable(form.errorText()));
+        QCOMPARE(part<QLabel>(form, "rowCount")->text(),
+            QStringLiteral("The first 20 rows of 4.5 MB are shown. Every row is checked as it goes in; a refused "
+                           "row leaves the table as it was."));
+        QCOMPARE(part<QTableWidget>(form, "preview")->rowCount(), 20);
+
+        QStringList statuses;
+        const QObject listening;
+        QObject::connect(m_session.get(), &ServerSession::statusChanged, &listening, [this, &statuses] {
+            statuses << QString::fromStdString(m_session->status());
+        });
+        part<QPushButton>(form, "apply")->click();
+        QVERIFY(settle(*m_session));
+        QVERIFY2(form.result() == QDialog::Accepted, qPrintable(form.errorText()));
+        QCOMPARE(rowTexts(m_scratch->run("SELECT COUNT(*), MAX(id) FROM orders").rows),
+            QStringList(QString::number(rows) + u'|' + QString::number(rows)));
+        QVERIFY2(statuses.contains(QStringLiteral("Importing CSV… %1 rows · 4.5 MB of 4.5 MB").arg(rows)),
             qPrintable(statuses.join(u'|')));
     }
 };
