@@ -1,8 +1,10 @@
 # Shared by the scripts in scripts/: package installation and the CMake build.
 # Source it from the repository root.
 
-BUILD_PACKAGES=(cmake ninja-build g++ pkg-config qt6-base-dev libqt6svg6 libsecret-1-0 fonts-symbola libmariadb-dev qtkeychain-qt6-dev)
-TEST_PACKAGES=(clang-format-16 mariadb-server mariadb-client openssl dbus gnome-keyring xvfb xauth xdotool)
+BUILD_PACKAGES=(cmake ninja-build g++ pkg-config qt6-base-dev libqt6svg6 libsecret-1-0 fonts-symbola libmariadb-dev qtkeychain-qt6-dev libssh-dev)
+# What scripts/test-server needs for its database servers, certificates, sshd and agent.
+SERVER_PACKAGES=(mariadb-server mariadb-client openssl openssh-server openssh-client)
+TEST_PACKAGES=(clang-format-16 "${SERVER_PACKAGES[@]}" dbus gnome-keyring xvfb xauth xdotool)
 BENCH_PACKAGES=(libbenchmark-dev time)
 
 as_root() {

@@ -178,21 +178,39 @@ void MySQLConnection::applyOptions()
 void MySQLConnection::connect(const std::string &password)
 {
     close();
+    if (m_tunnelRequest && m_profile.tls == TLSMode::verify) {
+        // The client library checks the certificate against the address it connects to, which
+        // through a tunnel is 127.0.0.1, never the server's own name: a check of the wrong name
+        // would pass or fail for the wrong reason.
+        throw AppError("Verify certificate cannot be used through an SSH tunnel: the MySQL client library can only "
+                       "check the certificate against the tunnel's local address, not against "
+            + m_profile.host + ". Choose Require encryption, or connect without the tunnel.");
+    }
     m_handle = mysql_init(nullptr);
     if (!m_handle) {
         throw AppError("The MySQL client could not initialize.");
     }
     try {
         applyOptions();
+        std::string host = m_profile.host;
+        auto port = static_cast<unsigned int>(m_profile.port);
+        if (m_tunnelRequest) {
+            SshTunnelRequest request = *m_tunnelRequest;
+            request.targetHost = m_profile.host;
+            request.targetPort = m_profile.port;
+            m_tunnel = std::make_unique<SshTunnel>(std::move(request));
+            host = "127.0.0.1";
+            port = static_cast<unsigned int>(m_tunnel->localPort());
+        }
         const char *database = m_profile.database.empty() ? nullptr : m_profile.database.c_str();
         // CLIENT_FOUND_ROWS: an UPDATE reports the rows it matched, so rewriting a cell with the
         // value it already holds still counts as one row.
         if (!mysql_real_connect(m_handle,
-                m_profile.host.c_str(),
+                host.c_str(),
                 m_profile.user.c_str(),
                 password.c_str(),
                 database,
-                static_cast<unsigned int>(m_profile.port),
+                port,
                 nullptr,
                 CLIENT_FOUND_ROWS)) {
             throwClientError();
@@ -241,6 +259,7 @@ void MySQLConnection::close()
         mysql_close(m_handle);
         m_handle = nullptr;
     }
+    m_tunnel.reset();
 }
 
 std::optional<bool> MySQLConnection::tableRollsBack(const std::string &database, const std::string &table)

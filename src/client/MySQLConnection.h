@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/SshTunnel.h"
 #include "core/ColumnInfo.h"
 #include "core/ConnectionProfile.h"
 #include "core/QueryResult.h"
@@ -7,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -54,8 +56,14 @@ public:
     MySQLConnection(const MySQLConnection &) = delete;
     MySQLConnection &operator=(const MySQLConnection &) = delete;
 
-    // Opens (or re-opens) the connection. The password is used for this call only and never
-    // kept. A failure always leaves the object disconnected.
+    // From the next connect() on, the server is reached through an SSH tunnel that lives exactly
+    // as long as the connection; the request's target is taken from the profile. Certificate
+    // verification cannot be kept through a tunnel (see connect()).
+    void setTunnel(SshTunnelRequest request) { m_tunnelRequest = std::move(request); }
+
+    // Opens (or re-opens) the connection, through the tunnel when one is set: "SSH: …" errors
+    // name the SSH hop. The password is used for this call only and never kept. A failure
+    // always leaves the object disconnected.
     void connect(const std::string &password);
     void use(const std::string &database);
     // Gives the connection back the state it had after connecting: a script's session variables,
@@ -166,6 +174,8 @@ private:
 
     st_mysql *m_handle = nullptr;
     const ConnectionProfile m_profile;
+    std::optional<SshTunnelRequest> m_tunnelRequest;
+    std::unique_ptr<SshTunnel> m_tunnel;
     const ConnectionLimits m_limits;
     std::string m_version;
     std::string m_cipher;

@@ -57,6 +57,43 @@ TestServer TestServer::fromEnvironment()
     return server;
 }
 
+TestSshServer TestSshServer::fromEnvironment()
+{
+    const std::string folder = environment("TALLOWICK_TEST_SERVER_DIR") + "/ssh/";
+    const auto value = [&folder](const char *name, const std::string &fallback) {
+        const std::string exported = environment(name);
+        return exported.empty() ? folder + fallback : exported;
+    };
+    TestSshServer ssh;
+    ssh.port = std::stoll(serverValue("TALLOWICK_TEST_SSH_PORT", "ssh/port"));
+    ssh.user = environment("TALLOWICK_TEST_SSH_USER");
+    if (ssh.user.empty()) {
+        ssh.user = environment("USER").empty() ? "root" : environment("USER");
+    }
+    ssh.key = value("TALLOWICK_TEST_SSH_KEY", "client");
+    ssh.passphraseKey = value("TALLOWICK_TEST_SSH_PASSPHRASE_KEY", "passphrase");
+    ssh.passphrase = environment("TALLOWICK_TEST_SSH_PASSPHRASE");
+    if (ssh.passphrase.empty()) {
+        ssh.passphrase = "tallowick-ssh-pass";
+    }
+    ssh.restrictedKey = value("TALLOWICK_TEST_SSH_RESTRICTED_KEY", "restricted");
+    ssh.knownHosts = value("TALLOWICK_TEST_SSH_KNOWN_HOSTS", "known_hosts");
+    ssh.agentSocket = value("TALLOWICK_TEST_SSH_AGENT", "agent.sock");
+    ssh.otherHostKey = value("TALLOWICK_TEST_SSH_OTHER_HOST_KEY", "other-host-key.pub");
+    return ssh;
+}
+
+SshTunnelSettings TestSshServer::settings(SshAuth auth, const std::string &keyFile) const
+{
+    SshTunnelSettings settings;
+    settings.host = "127.0.0.1";
+    settings.port = port;
+    settings.user = user;
+    settings.auth = auth;
+    settings.keyFile = auth == SshAuth::keyFile ? (keyFile.empty() ? key : keyFile) : std::string();
+    return settings;
+}
+
 ConnectionProfile TestServer::profile() const
 {
     ConnectionProfile profile;

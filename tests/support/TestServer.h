@@ -2,6 +2,7 @@
 
 #include "client/MySQLConnection.h"
 #include "core/ConnectionProfile.h"
+#include "core/SshTunnelSettings.h"
 
 #include <memory>
 #include <string>
@@ -34,6 +35,25 @@ struct TestServer {
     // A connected connection (the caller brackets its thread with ClientThreadScope).
     std::unique_ptr<MySQLConnection> connect(const ConnectionProfile &profile) const;
     std::unique_ptr<MySQLConnection> connect() const { return connect(profile()); }
+};
+
+// The private sshd that scripts/test-server starts beside the database servers, with its keys,
+// its own agent and a known-hosts file that lists it (TALLOWICK_TEST_SSH_*).
+struct TestSshServer {
+    std::int64_t port = 0;
+    std::string user;
+    std::string key; // authorized, no passphrase; also loaded into the agent
+    std::string passphraseKey; // authorized, protected by `passphrase`
+    std::string passphrase;
+    std::string restrictedKey; // authorized, but may forward only to 127.0.0.1:1
+    std::string knownHosts;
+    std::string agentSocket;
+    std::string otherHostKey; // a public key file the server never uses
+
+    static TestSshServer fromEnvironment();
+
+    // Settings for 127.0.0.1 with `auth`; a key file defaults to `key`.
+    SshTunnelSettings settings(SshAuth auth, const std::string &keyFile = {}) const;
 };
 
 // A scratch database "tallowick_test_<uuid>" created on construction and dropped on
