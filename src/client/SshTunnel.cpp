@@ -185,6 +185,7 @@ SshTunnel::SshTunnel(SshTunnelRequest request)
             m_request.abort->detach();
         }
         m_ssh.reset();
+        closeIfOpen(m_socket);
         closeIfOpen(m_listener);
         closeIfOpen(m_wake[0]);
         closeIfOpen(m_wake[1]);
@@ -207,7 +208,9 @@ SshTunnel::~SshTunnel()
     closeIfOpen(m_listener);
     closeIfOpen(m_wake[0]);
     closeIfOpen(m_wake[1]);
-    m_ssh.reset(); // closes the socket to the SSH host too
+    m_ssh.reset();
+    // libssh leaves a socket it was given open.
+    closeIfOpen(m_socket);
 }
 
 void SshTunnel::fail(const std::string &what) const
@@ -278,14 +281,13 @@ void SshTunnel::verifyHostKey()
     const SshTunnelSettings &ssh = m_request.settings;
     ssh_session session = ssh_new();
     if (!session) {
-        ::close(m_socket);
         fail("could not start an SSH session.");
     }
     m_ssh->session = session;
     const int port = static_cast<int>(ssh.port);
     const long timeout = sshTimeoutSeconds;
     const int no = 0;
-    ssh_options_set(session, SSH_OPTIONS_FD, &m_socket); // the session owns the socket from here
+    ssh_options_set(session, SSH_OPTIONS_FD, &m_socket);
     ssh_options_set(session, SSH_OPTIONS_HOST, ssh.host.c_str());
     ssh_options_set(session, SSH_OPTIONS_PORT, &port);
     ssh_options_set(session, SSH_OPTIONS_USER, ssh.user.c_str());
