@@ -98,6 +98,8 @@ std::optional<CommandRequest> parseCommand(const std::vector<std::string> &argum
             request.verify = true;
         } else if (argument == "--password-stdin") {
             request.passwordStdin = true;
+        } else if (argument == "--accept-new-host-key") {
+            request.acceptNewHostKey = true;
         } else if (argument.starts_with("-") && argument != "-") {
             throw UsageError("Unknown option " + argument + ".");
         } else if (shape->takesFile && request.file.empty()) {
@@ -143,7 +145,9 @@ std::string commandUsage(const std::string &command)
     }
     if (command.empty() || findCommand(command)) {
         text += "The connection is a saved connection's name; its password comes from the keyring, or with\n"
-                "--password-stdin from the first line of standard input. Progress goes to standard error.\n";
+                "--password-stdin from the first line of standard input. Progress goes to standard error.\n"
+                "A connection through an SSH tunnel refuses an SSH host whose key is not in ~/.ssh/known_hosts;\n"
+                "--accept-new-host-key trusts and adds it (a changed key is always refused).\n";
     }
     return text;
 }

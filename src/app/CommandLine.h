@@ -14,6 +14,7 @@ namespace tallowick
 //   tallowick export-csv --connection NAME [--database DB] (--table TABLE | --query SQL)
 //                        --output FILE [--password-stdin]
 //   tallowick import-csv --connection NAME --database DB --table TABLE [--password-stdin] FILE
+// Each also takes --accept-new-host-key for a connection through an SSH tunnel.
 struct CommandRequest {
     std::string command;
     std::string connection;
@@ -23,6 +24,7 @@ struct CommandRequest {
     std::string table;
     std::string query;
     bool passwordStdin = false;
+    bool acceptNewHostKey = false; // trust an SSH host not in known_hosts yet
     bool verify = false;
     bool help = false;
 

@@ -13,6 +13,7 @@
 #include "credentials/QtKeychainStore.h"
 #include "management/CsvImport.h"
 #include "session/CsvImportRun.h"
+#include "session/TunnelRequest.h"
 #include "store/AppStore.h"
 
 #include <QCoreApplication>
@@ -45,6 +46,13 @@ ConnectionProfile savedProfile(const std::string &name)
         known += (known.empty() ? " Saved connections: " : ", ") + profile.name;
     }
     throw AppError("No saved connection is named \"" + name + "\"." + (known.empty() ? "" : known + "."));
+}
+
+std::optional<SshTunnelSettings> savedTunnel(const ConnectionProfile &profile)
+{
+    const SshTunnels tunnels = AppStore::savedTunnels(AppStore::defaultFolder());
+    const auto found = tunnels.find(profile.id);
+    return found == tunnels.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::string password(const CommandRequest &request, const ConnectionProfile &profile)
@@ -213,6 +221,19 @@ void execute(const CommandRequest &request)
     const std::string secret = password(request, profile);
     const ClientThreadScope scope;
     MySQLConnection connection(profile);
+    if (const std::optional<SshTunnelSettings> tunnel = savedTunnel(profile)) {
+        Keychain keychain(std::make_shared<QtKeychainStore>(), std::make_shared<CredentialMemoryCache>());
+        SshTunnelRequest through = tunnelRequest(*tunnel, loadSshSecret(keychain, profile.id, tunnel));
+        if (request.acceptNewHostKey) {
+            through.acceptNewHostKey = [](const SshHostKey &key) {
+                std::cerr << "Trusting the new SSH host key " << key.fingerprint << " of " << key.host << ":"
+                          << key.port << ".\n"
+                          << std::flush;
+                return true;
+            };
+        }
+        connection.setTunnel(std::move(through));
+    }
     connection.connect(secret);
     if (!request.database.empty()) {
         connection.use(request.database);

@@ -316,7 +316,11 @@ void SshTunnel::verifyHostKey()
     case SSH_KNOWN_HOSTS_ERROR:
         fail("could not read " + m_request.knownHostsFile + " (" + ssh_get_error(session) + ").");
     }
-    if (!m_request.acceptNewHostKey || !m_request.acceptNewHostKey(key)) {
+    if (!m_request.acceptNewHostKey) {
+        fail(ssh.host + " is not a known host yet (its key is " + key.fingerprint
+            + "). Connect to review and trust the key first.");
+    }
+    if (!m_request.acceptNewHostKey(key)) {
         fail(ssh.host + " is not a known host, and its key " + key.fingerprint + " was not accepted.");
     }
     QDir().mkpath(QFileInfo(QString::fromStdString(m_request.knownHostsFile)).absolutePath());

@@ -8,9 +8,12 @@
 #include "credentials/Keychain.h"
 #include "session/SerialLane.h"
 #include "session/TableBrowsing.h"
+#include "session/TunnelRequest.h"
 #include "session/UserPrompts.h"
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <type_traits>
 
 namespace tallowick
@@ -195,10 +198,12 @@ void ServerSession::connect()
     setBusy(true);
     setStatus("Connecting to " + m_profile.endpoint() + "…");
     const QPointer<ServerSession> guard(this);
-    runInBackground([guard, keychain = m_keychain, id = m_profile.id] {
+    runInBackground([guard, keychain = m_keychain, id = m_profile.id, tunnel = m_tunnel] {
         try {
             const std::string password = keychain->load(id);
-            postToMainThread(guard, [password](ServerSession &session) { session.startConnecting(password); });
+            const std::string secret = loadSshSecret(*keychain, id, tunnel);
+            postToMainThread(
+                guard, [password, secret](ServerSession &session) { session.startConnecting(password, secret); });
         } catch (const std::exception &failure) {
             postToMainThread(guard, [message = std::string(failure.what())](ServerSession &session) {
                 session.setBusy(false);
@@ -209,16 +214,58 @@ void ServerSession::connect()
     });
 }
 
-void ServerSession::startConnecting(const std::string &password)
+namespace
+{
+
+// Asks the person, on the main thread, whether to trust a host key the lane met; the lane waits
+// for the answer, or gives up when the session goes away meanwhile.
+std::function<bool(const SshHostKey &)> hostKeyQuestion(
+    const QPointer<ServerSession> &guard, const std::shared_ptr<const std::atomic<bool>> &alive)
+{
+    return [guard, alive](const SshHostKey &key) {
+        const auto answer = std::make_shared<std::promise<bool>>();
+        std::future<bool> answered = answer->get_future();
+        postToMainThread(guard, [answer, key](ServerSession &session) {
+            const std::string where = key.host + ":" + std::to_string(key.port);
+            answer->set_value(session.prompts().confirmAction("Trust the SSH host " + key.host + "?",
+                "Tallowick has not connected to " + where + " before. Its host key fingerprint is " + key.fingerprint
+                    + ". Compare it with the fingerprint the host's administrator gives you. Trusting it adds it to "
+                    + userKnownHostsFile() + "; a different key will then be refused.",
+                "Trust Host"));
+        });
+        while (answered.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
+            if (!alive->load()) {
+                return false;
+            }
+        }
+        return answered.get();
+    };
+}
+
+} // namespace
+
+void ServerSession::startConnecting(const std::string &password, const std::string &sshSecret)
 {
     const QPointer<ServerSession> guard(this);
-    m_worker->post([lane = m_lane, guard, profile = m_profile, password] {
+    std::optional<SshTunnelRequest> tunnel;
+    if (m_tunnel) {
+        m_connectAbort = std::make_shared<SshAbort>();
+        tunnel = tunnelRequest(*m_tunnel, sshSecret);
+        tunnel->abort = m_connectAbort;
+        tunnel->acceptNewHostKey
+            = hostKeyQuestion(guard, std::shared_ptr<const std::atomic<bool>>(m_lane, &m_lane->sessionAlive));
+        setStatus("Opening SSH tunnel…");
+    }
+    m_worker->post([lane = m_lane, guard, profile = m_profile, password, tunnel] {
         if (!lane->sessionAlive) {
             return;
         }
         const ClientThreadScope scope;
         try {
             auto connection = std::make_unique<MySQLConnection>(profile);
+            if (tunnel) {
+                connection->setTunnel(*tunnel);
+            }
             connection->connect(password);
             const QueryResult databases = connection->query("SHOW DATABASES");
             const std::string version = connection->version();
@@ -239,6 +286,7 @@ void ServerSession::startConnecting(const std::string &password)
 void ServerSession::connectionOpened(
     const std::string &version, const std::string &cipher, std::uint64_t connectionID, const QueryResult &databases)
 {
+    m_connectAbort.reset();
     setConnected(true);
     setBusy(false);
     setVersion(version);
@@ -254,6 +302,7 @@ void ServerSession::connectionOpened(
 
 void ServerSession::connectionFailed(const std::string &message)
 {
+    m_connectAbort.reset();
     setBusy(false);
     setConnected(false);
     setStatus("Connection failed");

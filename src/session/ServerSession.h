@@ -2,6 +2,7 @@
 
 #include "core/ConnectionProfile.h"
 #include "core/ManagementSheet.h"
+#include "core/SshTunnelSettings.h"
 #include "session/SessionTypes.h"
 
 #include <QObject>
@@ -16,6 +17,7 @@ namespace tallowick
 struct CsvImportPlan;
 class Keychain;
 class MySQLConnection;
+class SshAbort;
 class SerialLane;
 class UserPrompts;
 
@@ -68,6 +70,9 @@ public:
 
     const QUuid &id() const { return m_profile.id; }
     const ConnectionProfile &profile() const { return m_profile; }
+    // The SSH host the server is reached through, from the next connect on; none by default.
+    const std::optional<SshTunnelSettings> &tunnel() const { return m_tunnel; }
+    void setTunnel(std::optional<SshTunnelSettings> tunnel) { m_tunnel = std::move(tunnel); }
     std::uint64_t connectionID() const { return m_connectionID; }
     // Where the session's confirmations go; forms that act on the session ask the same way.
     UserPrompts &prompts() const { return m_prompts; }
@@ -264,7 +269,7 @@ private:
     bool enqueue(const std::string &title, Job job, Failed failed = {});
     void finishJob(const Completion &completion);
     void failJob(const std::string &title, const std::string &message, const Failed &failed);
-    void startConnecting(const std::string &password);
+    void startConnecting(const std::string &password, const std::string &sshSecret);
     void connectionOpened(const std::string &version,
         const std::string &cipher,
         std::uint64_t connectionID,
@@ -292,6 +297,9 @@ private:
     void setUserGrants(const QueryResult &value);
 
     const ConnectionProfile m_profile;
+    std::optional<SshTunnelSettings> m_tunnel;
+    // Set while connecting: Cancel stops an SSH tunnel that is still opening.
+    std::shared_ptr<SshAbort> m_connectAbort;
     const std::shared_ptr<Keychain> m_keychain;
     UserPrompts &m_prompts;
     std::shared_ptr<LaneState> m_lane;

@@ -7,6 +7,7 @@
 #include "credentials/Keychain.h"
 #include "session/ServerSession.h"
 #include "session/TableBrowsing.h"
+#include "session/TunnelRequest.h"
 #include "session/UserPrompts.h"
 
 #include <QDateTime>
@@ -156,6 +157,10 @@ void ServerSession::storeRunResults(const QUuid &tabId, const std::string &text,
 
 void ServerSession::cancel()
 {
+    if (m_busy && m_connectAbort) {
+        m_connectAbort->abort();
+        return;
+    }
     if (!m_busy || m_connectionID == 0) {
         return;
     }
@@ -164,16 +169,22 @@ void ServerSession::cancel()
     }
     // Never on the session's own lane: that is busy with the very statement to stop.
     const QPointer<ServerSession> guard(this);
-    runInBackground([guard, keychain = m_keychain, profile = m_profile, target = m_connectionID] {
+    runInBackground([guard, keychain = m_keychain, profile = m_profile, tunnel = m_tunnel, target = m_connectionID] {
         std::string password;
+        std::string secret;
         try {
             password = keychain->load(profile.id);
+            secret = loadSshSecret(*keychain, profile.id, tunnel);
         } catch (const std::exception &) {
             return;
         }
         const ClientThreadScope scope;
         try {
+            // Through a tunnel of its own: the server may be reachable only from the SSH host.
             MySQLConnection killer(profile);
+            if (tunnel) {
+                killer.setTunnel(tunnelRequest(*tunnel, secret));
+            }
             killer.connect(password);
             killer.query("KILL QUERY " + std::to_string(target));
             killer.close();

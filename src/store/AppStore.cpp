@@ -34,6 +34,12 @@ std::vector<ConnectionProfile> AppStore::savedProfiles(const std::string &folder
                                    : std::vector<ConnectionProfile> {};
 }
 
+SshTunnels AppStore::savedTunnels(const std::string &folder)
+{
+    const QString path = QDir(QString::fromStdString(folder)).filePath(QStringLiteral("ssh-tunnels.json"));
+    return QFileInfo::exists(path) ? decodeSshTunnels(readWholeFile(path.toStdString())) : SshTunnels {};
+}
+
 AppStore::AppStore(
     const std::optional<std::string> &folder, std::shared_ptr<Keychain> keychain, UserPrompts &prompts, QObject *parent)
     : QObject(parent)
@@ -53,6 +59,17 @@ std::string AppStore::connectionsPath() const
     return QDir(QString::fromStdString(m_folder)).filePath(QStringLiteral("connections.json")).toStdString();
 }
 
+std::string AppStore::tunnelsPath() const
+{
+    return QDir(QString::fromStdString(m_folder)).filePath(QStringLiteral("ssh-tunnels.json")).toStdString();
+}
+
+std::optional<SshTunnelSettings> AppStore::tunnel(const QUuid &profileID) const
+{
+    const auto found = m_tunnels.find(profileID);
+    return found == m_tunnels.end() ? std::nullopt : std::optional(found->second);
+}
+
 std::string AppStore::historyPath() const
 {
     return QDir(QString::fromStdString(m_folder)).filePath(QStringLiteral("history.json")).toStdString();
@@ -66,6 +83,13 @@ void AppStore::loadFiles()
         // The file stays as it is until the next save overwrites it.
         m_profiles.clear();
         m_error = "Could not load saved connections: " + failure.message();
+    }
+    try {
+        m_tunnels = savedTunnels(m_folder);
+    } catch (const AppError &failure) {
+        // Connections without their tunnel would go straight to the database host instead.
+        m_tunnels.clear();
+        m_error = "Could not load saved SSH tunnels: " + failure.message();
     }
     try {
         m_history = decodeQueryLogs(readWholeFile(historyPath()));
@@ -96,9 +120,11 @@ void AppStore::setError(const std::optional<std::string> &error)
     }
 }
 
-void AppStore::openConnectionSheet(const std::optional<ConnectionProfile> &profile)
+void AppStore::openConnectionSheet(
+    const std::optional<ConnectionProfile> &profile, const std::optional<SshTunnelSettings> &tunnel)
 {
     m_editingProfile = profile;
+    m_editingTunnel = tunnel ? tunnel : profile ? this->tunnel(profile->id) : std::nullopt;
     announce(&AppStore::editingProfileChanged);
     m_showConnection = true;
     announce(&AppStore::showConnectionChanged);
@@ -118,6 +144,7 @@ ServerSession *AppStore::session(const ConnectionProfile &profile)
         return found->second;
     }
     auto *created = new ServerSession(profile, m_keychain, m_prompts, this);
+    created->setTunnel(tunnel(profile.id));
     QObject::connect(created, &ServerSession::changed, this, &AppStore::changed);
     QObject::connect(created, &ServerSession::historyEntryCreated, this, &AppStore::appendHistory);
     m_sessions.emplace(profile.id, created);
@@ -143,29 +170,46 @@ void AppStore::connect(const ConnectionProfile &profile)
     }
 }
 
-void AppStore::save(const ConnectionProfile &profile, const std::string &password, SaveDone done)
+void AppStore::save(const ConnectionProfile &profile,
+    const std::string &password,
+    const std::optional<SshTunnelSettings> &tunnel,
+    const std::string &sshSecret,
+    SaveDone done)
 {
     try {
         profile.validate();
+        if (tunnel) {
+            tunnel->validate();
+        }
     } catch (const AppError &failure) {
         done(failure.message());
         return;
     }
+    // The agent needs no secret; a stale one from an earlier tunnel is removed. Profiles that
+    // never had a tunnel leave the keyring alone.
+    const std::string secret = tunnel && tunnel->auth != SshAuth::agent ? sshSecret : std::string();
+    const bool touchSecret = !secret.empty() || m_tunnels.contains(profile.id);
     const QPointer<AppStore> guard(this);
-    m_keyringWrites->post([guard, keychain = m_keychain, profile, password, done] {
+    m_keyringWrites->post([guard, keychain = m_keychain, profile, tunnel, password, secret, touchSecret, done] {
         std::optional<std::string> keyringError;
         try {
             keychain->save(password, profile.id);
+            if (touchSecret) {
+                keychain->save(secret, sshSecretID(profile.id));
+            }
         } catch (const std::exception &failure) {
             keyringError = failure.what();
         }
-        postToMainThread(
-            guard, [profile, keyringError, done](AppStore &store) { store.finishSave(profile, keyringError, done); });
+        postToMainThread(guard, [profile, tunnel, keyringError, done](AppStore &store) {
+            store.finishSave(profile, tunnel, keyringError, done);
+        });
     });
 }
 
-void AppStore::finishSave(
-    const ConnectionProfile &profile, const std::optional<std::string> &keyringError, const SaveDone &done)
+void AppStore::finishSave(const ConnectionProfile &profile,
+    const std::optional<SshTunnelSettings> &tunnel,
+    const std::optional<std::string> &keyringError,
+    const SaveDone &done)
 {
     if (keyringError) {
         done(keyringError);
@@ -181,6 +225,11 @@ void AppStore::finishSave(
         *existing = profile;
     } else {
         m_profiles.push_back(profile);
+    }
+    if (tunnel) {
+        m_tunnels[profile.id] = *tunnel;
+    } else {
+        m_tunnels.erase(profile.id);
     }
     announce(&AppStore::profilesChanged);
     try {
@@ -221,11 +270,17 @@ void AppStore::remove(const ConnectionProfile &profile)
     }
     m_removed.insert(profile.id);
     const auto found = m_sessions.find(profile.id);
-    m_keyringWrites->post([keychain = m_keychain, id = profile.id] {
-        try {
-            keychain->remove(id);
-        } catch (const std::exception &) {
-            // The profile goes all the same; a stray keyring item holds no connection details.
+    std::vector<QUuid> items { profile.id };
+    if (m_tunnels.contains(profile.id)) {
+        items.push_back(sshSecretID(profile.id));
+    }
+    m_keyringWrites->post([keychain = m_keychain, items] {
+        for (const QUuid &item : items) {
+            try {
+                keychain->remove(item);
+            } catch (const std::exception &) {
+                // The profile goes all the same; a stray keyring item holds no connection details.
+            }
         }
     });
     if (found != m_sessions.end()) {
@@ -236,6 +291,7 @@ void AppStore::remove(const ConnectionProfile &profile)
                          m_profiles.end(),
                          [&profile](const ConnectionProfile &p) { return p.id == profile.id; }),
         m_profiles.end());
+    m_tunnels.erase(profile.id);
     announce(&AppStore::profilesChanged);
     if (m_selected == profile.id) {
         setSelected(std::nullopt);
@@ -263,6 +319,9 @@ void AppStore::dropSession(const QUuid &id)
 void AppStore::persist() const
 {
     writeFileAtomically(connectionsPath(), encodeProfiles(m_profiles), ownerOnly);
+    if (!m_tunnels.empty() || QFileInfo::exists(QString::fromStdString(tunnelsPath()))) {
+        writeFileAtomically(tunnelsPath(), encodeSshTunnels(m_tunnels), ownerOnly);
+    }
 }
 
 void AppStore::appendHistory(const QueryLog &entry)

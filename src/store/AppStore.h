@@ -2,6 +2,7 @@
 
 #include "core/ConnectionProfile.h"
 #include "core/QueryLog.h"
+#include "core/SshTunnelSettings.h"
 
 #include <QObject>
 #include <QUuid>
@@ -22,9 +23,10 @@ class ServerSession;
 class UserPrompts;
 
 // The application's one model object: saved profiles, one session per opened profile, the
-// selection, the shared query history, and the two files that keep profiles and history between
-// runs ("connections.json" and "history.json", written atomically with permissions 0600).
-// Passwords never enter these files; they live in the keyring.
+// selection, the shared query history, and the files that keep them between runs
+// ("connections.json", "history.json", and "ssh-tunnels.json" with the SSH tunnel of each profile
+// that has one, keyed by profile id; all written atomically with permissions 0600). Passwords
+// and SSH passphrases never enter these files; they live in the keyring.
 //
 // Main thread only. Keyring work is done in the background and reported back through callbacks.
 class AppStore final : public QObject
@@ -38,6 +40,8 @@ public:
     static std::string defaultFolder();
     // The profiles saved in `folder`, as the application reads them; none without a file.
     static std::vector<ConnectionProfile> savedProfiles(const std::string &folder);
+    // The SSH tunnels saved in `folder`; none without a file.
+    static SshTunnels savedTunnels(const std::string &folder);
 
     // Without a folder, the per-user data folder ($XDG_DATA_HOME/Tallowick). The folder is
     // created when missing; both files are read at once. Never connects by itself.
@@ -55,11 +59,17 @@ public:
     const std::optional<std::string> &error() const { return m_error; }
     bool showConnection() const { return m_showConnection; }
     const std::optional<ConnectionProfile> &editingProfile() const { return m_editingProfile; }
+    // The tunnel the connection sheet starts from: the edited profile's, or the original's for a
+    // duplicate.
+    const std::optional<SshTunnelSettings> &editingTunnel() const { return m_editingTunnel; }
+    std::optional<SshTunnelSettings> tunnel(const QUuid &profileID) const;
 
     void setSelected(const std::optional<QUuid> &id);
     void setError(const std::optional<std::string> &error);
-    // Opens the connection sheet for `profile`, or for a new profile without one.
-    void openConnectionSheet(const std::optional<ConnectionProfile> &profile);
+    // Opens the connection sheet for `profile`, or for a new profile without one. The sheet
+    // starts from the profile's saved tunnel, or from `tunnel` when given (a duplicate).
+    void openConnectionSheet(
+        const std::optional<ConnectionProfile> &profile, const std::optional<SshTunnelSettings> &tunnel = std::nullopt);
     void closeConnectionSheet();
 
     // The profile's session, created on first use.
@@ -71,26 +81,39 @@ public:
     void connect(const ConnectionProfile &profile);
 
     using SaveDone = std::function<void(const std::optional<std::string> &error)>;
-    // Validates the profile, stores its password (an empty one removes it), then replaces the
-    // saved profile with the same id in place or appends it, and writes the connections file.
-    // An idle session of that profile is dropped so the next connect uses the new settings; a
-    // busy one is left alone. `done` gets no value on success, or the message to show.
-    void save(const ConnectionProfile &profile, const std::string &password, SaveDone done);
+    // Validates the profile and its tunnel, stores its password (an empty one removes it) and
+    // the tunnel's passphrase or password (removed without a tunnel, or for the agent), then
+    // replaces the saved profile with the same id in place or appends it, and writes the
+    // connections and tunnels files. An idle session of that profile is dropped so the next
+    // connect uses the new settings; a busy one is left alone. `done` gets no value on success,
+    // or the message to show.
+    void save(const ConnectionProfile &profile,
+        const std::string &password,
+        const std::optional<SshTunnelSettings> &tunnel,
+        const std::string &sshSecret,
+        SaveDone done);
+    void save(const ConnectionProfile &profile, const std::string &password, SaveDone done)
+    {
+        save(profile, password, std::nullopt, {}, std::move(done));
+    }
 
-    // Asks first; refuses while the profile's session is busy. Removes the password (a keyring
-    // failure does not stop the removal), the session and the profile.
+    // Asks first; refuses while the profile's session is busy. Removes the password and SSH
+    // secret (a keyring failure does not stop the removal), the session, the tunnel and the
+    // profile.
     void remove(const ConnectionProfile &profile);
 
-    // Writes connections.json; throws AppError.
+    // Writes connections.json, and ssh-tunnels.json once there is a tunnel; throws AppError.
     void persist() const;
 
     using PasswordLoaded
         = std::function<void(const std::optional<std::string> &password, const std::optional<std::string> &error)>;
-    // Reads a profile's saved password in the background for the connection sheet.
+    // Reads a saved secret in the background for the connection sheet: a profile's password by
+    // its id, its SSH passphrase or password by sshSecretID(id).
     void loadPassword(const QUuid &id, PasswordLoaded done);
 
     std::string connectionsPath() const;
     std::string historyPath() const;
+    std::string tunnelsPath() const;
 
 Q_SIGNALS:
     void profilesChanged();
@@ -107,8 +130,10 @@ private:
     void loadFiles();
     void appendHistory(const QueryLog &entry);
     void dropSession(const QUuid &id);
-    void finishSave(
-        const ConnectionProfile &profile, const std::optional<std::string> &keyringError, const SaveDone &done);
+    void finishSave(const ConnectionProfile &profile,
+        const std::optional<SshTunnelSettings> &tunnel,
+        const std::optional<std::string> &keyringError,
+        const SaveDone &done);
     void announce(void (AppStore::*notify)());
 
     std::string m_folder;
@@ -124,6 +149,8 @@ private:
     std::optional<std::string> m_error;
     bool m_showConnection = false;
     std::optional<ConnectionProfile> m_editingProfile;
+    std::optional<SshTunnelSettings> m_editingTunnel;
+    SshTunnels m_tunnels;
     // Profiles removed while their save was still with the keyring: that save must not bring
     // them back.
     std::set<QUuid> m_removed;

@@ -123,7 +123,8 @@ QList<QAction *> ConnectionRow::menuActions(QObject *owner)
             ConnectionProfile copy = m_profile;
             copy.id = QUuid::createUuid();
             copy.name += " copy";
-            m_store->openConnectionSheet(copy);
+            // The tunnel goes with the copy; the secrets stay with the original.
+            m_store->openConnectionSheet(copy, m_store->tunnel(m_profile.id));
         }
     });
     auto *remove = new QAction(QStringLiteral("Remove connection…"), owner);

@@ -6,6 +6,7 @@
 #include "ui/FormParts.h"
 #include "ui/ProfileColors.h"
 #include "ui/RevealablePasswordField.h"
+#include "ui/SshTunnelSection.h"
 #include "ui/Symbols.h"
 
 #include <QCheckBox>
@@ -57,7 +58,8 @@ QIcon colorSwatch(const QColor &color)
 
 } // namespace
 
-ConnectionSheet::ConnectionSheet(AppStore &store, const ConnectionProfile &profile, QWidget *parent)
+ConnectionSheet::ConnectionSheet(
+    AppStore &store, const ConnectionProfile &profile, const std::optional<SshTunnelSettings> &tunnel, QWidget *parent)
     : QDialog(parent)
     , m_store(&store)
     , m_profile(profile)
@@ -77,6 +79,7 @@ ConnectionSheet::ConnectionSheet(AppStore &store, const ConnectionProfile &profi
     , m_caRow(new QWidget)
     , m_caPath(new QLineEdit)
     , m_readOnly(new QCheckBox(QStringLiteral("Open this connection in read-only mode")))
+    , m_tunnel(new SshTunnelSection)
     , m_color(new QComboBox)
     , m_error(errorLabel(QStringLiteral("sheetError")))
     , m_testMessage(new QLabel)
@@ -98,6 +101,7 @@ ConnectionSheet::ConnectionSheet(AppStore &store, const ConnectionProfile &profi
         static_cast<int>(std::find(allTLSModes.begin(), allTLSModes.end(), profile.tls) - allTLSModes.begin()));
     m_caPath->setText(QString::fromStdString(profile.caPath));
     m_readOnly->setChecked(profile.readOnly);
+    m_tunnel->setTunnel(tunnel);
     const QString color = QString::fromStdString(profile.color);
     if (m_color->findData(color) < 0) {
         // A name this build does not know is kept as it is rather than silently replaced.
@@ -110,12 +114,20 @@ ConnectionSheet::ConnectionSheet(AppStore &store, const ConnectionProfile &profi
         m_passwordEdited = true;
         refreshButtons();
     });
+    QObject::connect(m_tunnel, &SshTunnelSection::secretEdited, this, [this] {
+        m_sshSecretEdited = true;
+        refreshButtons();
+    });
+    QObject::connect(m_tunnel, &SshTunnelSection::enabledChanged, this, &ConnectionSheet::showTLSMode);
     QObject::connect(m_test, &QPushButton::clicked, this, &ConnectionSheet::testConnection);
     QObject::connect(m_cancel, &QPushButton::clicked, this, &ConnectionSheet::reject);
     QObject::connect(m_save, &QPushButton::clicked, this, &ConnectionSheet::saveConnection);
     showTLSMode();
     m_name->setFocus(Qt::OtherFocusReason);
     loadPassword();
+    if (tunnel && tunnel->auth != SshAuth::agent) {
+        loadSshSecret();
+    }
 }
 
 void ConnectionSheet::buildForm()
@@ -177,6 +189,7 @@ void ConnectionSheet::buildForm()
     m_form->addRow(QStringLiteral("Colour"), m_color);
     m_form->addRow(QString(), m_readOnly);
     root->addLayout(m_form);
+    root->addWidget(m_tunnel);
 
     auto *key = new QLabel;
     key->setPixmap(symbolIcon(Symbol::key).pixmap(14, 14));
@@ -273,9 +286,31 @@ void ConnectionSheet::loadPassword()
         });
 }
 
+void ConnectionSheet::loadSshSecret()
+{
+    m_sshSecretLoading = true;
+    refreshButtons();
+    const QPointer<ConnectionSheet> self(this);
+    m_store->loadPassword(sshSecretID(m_profile.id),
+        [self](const std::optional<std::string> &secret, const std::optional<std::string> &error) {
+            if (!self) {
+                return;
+            }
+            self->m_sshSecretLoading = false;
+            self->refreshButtons();
+            // Without the keyring the person types the passphrase again; the password's own
+            // message already says the keyring is unavailable.
+            if (!error && !self->m_sshSecretEdited) {
+                self->m_tunnel->setSecret(QString::fromStdString(secret.value_or(std::string())));
+            }
+            Q_EMIT self->sshSecretLoaded();
+        });
+}
+
 void ConnectionSheet::showTLSMode()
 {
     const TLSMode mode = profile().tls;
+    m_tunnel->showVerifyConflict(mode == TLSMode::verify);
     m_tlsHelp->setText(tlsHelpText(mode));
     // Hiding the row keeps the path in its field, so switching back to verify finds it again.
     m_form->setRowVisible(m_caRow, mode == TLSMode::verify);
@@ -299,8 +334,12 @@ void ConnectionSheet::testConnection()
         return;
     }
     const ConnectionProfile candidate = profile();
+    const std::optional<SshTunnelSettings> tunnel = m_tunnel->tunnel();
     try {
         candidate.validate();
+        if (tunnel) {
+            tunnel->validate();
+        }
     } catch (const AppError &failure) {
         setErrorText(QString::fromStdString(failure.message()));
         return;
@@ -312,9 +351,12 @@ void ConnectionSheet::testConnection()
     m_testMessage->setText(QStringLiteral("Testing connection…"));
     m_testMessage->show();
 
-    testProfile(candidate, m_password->text().toStdString(), this, [this](const std::string &result) {
-        finishTest(QString::fromStdString(result));
-    });
+    testProfile(candidate,
+        m_password->text().toStdString(),
+        tunnel,
+        m_tunnel->secret().toStdString(),
+        this,
+        [this](const std::string &result) { finishTest(QString::fromStdString(result)); });
 }
 
 void ConnectionSheet::finishTest(const QString &message)
@@ -332,11 +374,15 @@ void ConnectionSheet::saveConnection()
     m_saving = true;
     refreshButtons();
     const QPointer<ConnectionSheet> self(this);
-    m_store->save(profile(), m_password->text().toStdString(), [self](const std::optional<std::string> &error) {
-        if (self) {
-            self->finishSave(error);
-        }
-    });
+    m_store->save(profile(),
+        m_password->text().toStdString(),
+        m_tunnel->tunnel(),
+        m_tunnel->secret().toStdString(),
+        [self](const std::optional<std::string> &error) {
+            if (self) {
+                self->finishSave(error);
+            }
+        });
 }
 
 void ConnectionSheet::finishSave(const std::optional<std::string> &error)

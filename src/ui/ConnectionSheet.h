@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/ConnectionProfile.h"
+#include "core/SshTunnelSettings.h"
 
 #include <QDialog>
 #include <QPointer>
@@ -17,10 +18,11 @@ namespace tallowick
 
 class AppStore;
 class RevealablePasswordField;
+class SshTunnelSection;
 
-// The modal form that creates or edits a saved connection, tests it against the server and
-// saves it with its password. It edits a working copy; nothing reaches the store until "Save
-// connection". Every failure lands in the sheet's own error line or test result line.
+// The modal form that creates or edits a saved connection (with its SSH tunnel, when it has
+// one), tests it against the server and saves it with its password and SSH secret. It edits a working copy; nothing
+// reaches the store until "Save connection". Every failure lands in the sheet's own error line or test result line.
 //
 // Main thread only. The connection test runs on the global background pool; loading and saving
 // the password run through the store's background work.
@@ -29,7 +31,10 @@ class ConnectionSheet final : public QDialog
     Q_OBJECT
 
 public:
-    ConnectionSheet(AppStore &store, const ConnectionProfile &profile, QWidget *parent = nullptr);
+    ConnectionSheet(AppStore &store,
+        const ConnectionProfile &profile,
+        const std::optional<SshTunnelSettings> &tunnel = std::nullopt,
+        QWidget *parent = nullptr);
 
     // The working copy as the fields describe it now. An empty port means the default 3306; a
     // port that is not a number becomes -1, so validation reports it instead of saving a 0.
@@ -53,6 +58,7 @@ public:
     QLabel *tlsHelp() const { return m_tlsHelp; }
     QLineEdit *caPathField() const { return m_caPath; }
     QCheckBox *readOnlyToggle() const { return m_readOnly; }
+    SshTunnelSection *tunnelSection() const { return m_tunnel; }
     QComboBox *colorPicker() const { return m_color; }
     QPushButton *testButton() const { return m_test; }
     QPushButton *cancelButton() const { return m_cancel; }
@@ -67,12 +73,14 @@ public Q_SLOTS:
 Q_SIGNALS:
     void testingChanged(bool testing);
     void errorTextChanged(const QString &text);
-    // The stored password arrived (or could not be read) after opening.
+    // The stored password arrived (or could not be read) after opening; likewise the SSH secret.
     void passwordLoaded();
+    void sshSecretLoaded();
 
 private:
     void buildForm();
     void loadPassword();
+    void loadSshSecret();
     void showTLSMode();
     void chooseCAFile();
     void finishTest(const QString &message);
@@ -81,7 +89,10 @@ private:
     void setTesting(bool testing);
     // Until the saved password has arrived, an untouched password field is not the password:
     // saving it would delete the stored one, and a test would try an empty one.
-    bool awaitingPassword() const { return m_passwordLoading && !m_passwordEdited; }
+    bool awaitingPassword() const
+    {
+        return (m_passwordLoading && !m_passwordEdited) || (m_sshSecretLoading && !m_sshSecretEdited);
+    }
     void refreshButtons();
 
     QPointer<AppStore> m_store;
@@ -94,6 +105,8 @@ private:
     bool m_passwordUnavailable = false;
     bool m_passwordEdited = false;
     bool m_passwordLoading = false;
+    bool m_sshSecretEdited = false;
+    bool m_sshSecretLoading = false;
 
     QLabel *m_title;
     QFormLayout *m_form;
@@ -108,6 +121,7 @@ private:
     QWidget *m_caRow;
     QLineEdit *m_caPath;
     QCheckBox *m_readOnly;
+    SshTunnelSection *m_tunnel;
     QComboBox *m_color;
     QLabel *m_error;
     QLabel *m_testMessage;

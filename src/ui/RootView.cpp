@@ -100,7 +100,7 @@ void RootView::refreshSheet()
         return;
     }
     const ConnectionProfile profile = m_store->editingProfile().value_or(ConnectionProfile {});
-    m_sheet = new ConnectionSheet(*m_store, profile, window());
+    m_sheet = new ConnectionSheet(*m_store, profile, m_store->editingTunnel(), window());
     m_sheet->setAttribute(Qt::WA_DeleteOnClose);
     QObject::connect(m_sheet, &QDialog::finished, this, [this] {
         if (m_store) {
