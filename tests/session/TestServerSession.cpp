@@ -12,6 +12,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <algorithm>
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 using namespace tallowick;
 using namespace tallowick::test;
@@ -28,6 +32,7 @@ private Q_SLOTS:
     void cleanup();
 
     void connectsThenDropsRequestsWhileBusy();
+    void connectsThroughAnSshTunnelOnceItsHostIsTrusted();
     void parallelSessionsAndOneDestroyedMidJob();
     void readOnlyProfileRefusesWrites();
     void runsAskFirstAndKeepHistory();
@@ -66,6 +71,64 @@ void TestServerSession::init()
     m_scratch->run("CREATE TABLE people (id INT PRIMARY KEY, name VARCHAR(100), notes TEXT)");
     m_scratch->run("INSERT INTO people VALUES (1,'Ada',NULL),(2,'Grace','pioneer'),(3,'Linus','kernel')");
     m_session = m_harness->session(m_harness->profile());
+}
+
+// The tunnel opens first; an unknown host key is put to the person on screen, and only trusted
+// keys are added to ~/.ssh/known_hosts (here a scratch home). Cancel stops a tunnel that is
+// still opening.
+void TestServerSession::connectsThroughAnSshTunnelOnceItsHostIsTrusted()
+{
+    const TestSshServer ssh = TestSshServer::fromEnvironment();
+    const QByteArray home = qgetenv("HOME");
+    const auto restore = qScopeGuard([&home] { qputenv("HOME", home); });
+    qputenv("HOME", m_folder.path().toUtf8());
+    qputenv("SSH_AUTH_SOCK", QByteArray::fromStdString(ssh.agentSocket));
+    const std::string knownHosts = m_folder.filePath(QStringLiteral(".ssh/known_hosts")).toStdString();
+
+    const auto session = m_harness->session(m_harness->profile());
+    session->setTunnel(ssh.settings(SshAuth::agent));
+    QStringList statuses;
+    QObject::connect(session.get(), &ServerSession::statusChanged, session.get(), [&] {
+        statuses << QString::fromStdString(session->status());
+    });
+    m_harness->prompts.confirmations = { false };
+    QVERIFY(!connectAndSettle(*session));
+    QVERIFY2(session->error()->starts_with("SSH: 127.0.0.1 is not a known host, and its key SHA256:"),
+        session->error()->c_str());
+    const ScriptedPrompts::Question question = m_harness->prompts.asked.back();
+    QCOMPARE(question.text, std::string("Trust the SSH host 127.0.0.1?"));
+    QVERIFY2(question.detail.find(" before. Its host key fingerprint is SHA256:") != std::string::npos
+            && question.detail.find(knownHosts) != std::string::npos,
+        question.detail.c_str());
+    QVERIFY(!QFile::exists(QString::fromStdString(knownHosts)));
+
+    m_harness->prompts.confirmations = { true };
+    QVERIFY(connectAndSettle(*session));
+    QVERIFY2(statuses.contains(QStringLiteral("Opening SSH tunnel…")), qPrintable(statuses.join(u'|')));
+    QVERIFY(readWholeFile(knownHosts).startsWith("[127.0.0.1]:" + QByteArray::number(qint64(ssh.port)) + " "));
+    session->run("SELECT 1"); // the workspace works through the tunnel
+    QVERIFY(settle(*session));
+    QVERIFY2(!session->error(), session->error()->c_str());
+
+    // A host that accepts the TCP connection and never speaks keeps the tunnel opening.
+    const int silent = socket(AF_INET, SOCK_STREAM, 0);
+    const auto closeSilent = qScopeGuard([silent] { close(silent); });
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    QVERIFY(bind(silent, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 && listen(silent, 4) == 0
+        && getsockname(silent, reinterpret_cast<sockaddr *>(&address), &length) == 0);
+    SshTunnelSettings mute = ssh.settings(SshAuth::agent);
+    mute.port = ntohs(address.sin_port);
+    const auto waiting = m_harness->session(m_harness->profile());
+    waiting->setTunnel(mute);
+    waiting->connect();
+    QVERIFY(QTest::qWaitFor([&] { return waiting->status() == "Opening SSH tunnel…"; }, 10000));
+    QTest::qWait(200);
+    waiting->cancel();
+    QVERIFY(settle(*waiting, 10000));
+    QCOMPARE(waiting->error(), std::optional<std::string>("SSH: cancelled while opening the tunnel to 127.0.0.1."));
 }
 
 // A session may go while its job runs (see parallelSessionsAndOneDestroyedMidJob).

@@ -1,3 +1,4 @@
+#include "core/ConnectionProfileJson.h"
 #include "core/FileText.h"
 #include "core/QueryLogJson.h"
 #include "core/UuidText.h"
@@ -56,10 +57,14 @@ private Q_SLOTS:
     void removeDuringASaveKeepsItRemoved();
     void quitWithAKeyringLookupPending();
     void sessionsAreSharedUntilTheirProfileChanges();
+    void tunnelsLiveBesideTheirProfile();
 
 private:
     // Saves and waits for the keyring work to come back.
-    std::optional<std::string> saveAndWait(const ConnectionProfile &profile, const std::string &password);
+    std::optional<std::string> saveAndWait(const ConnectionProfile &profile,
+        const std::string &password,
+        const std::optional<SshTunnelSettings> &tunnel = std::nullopt,
+        const std::string &sshSecret = {});
     std::unique_ptr<AppStore> reopen();
 
     std::unique_ptr<QTemporaryDir> m_folder;
@@ -95,11 +100,14 @@ std::unique_ptr<AppStore> TestAppStore::reopen()
     return std::make_unique<AppStore>(m_folder->filePath(QStringLiteral("data")).toStdString(), m_keychain, *m_prompts);
 }
 
-std::optional<std::string> TestAppStore::saveAndWait(const ConnectionProfile &profile, const std::string &password)
+std::optional<std::string> TestAppStore::saveAndWait(const ConnectionProfile &profile,
+    const std::string &password,
+    const std::optional<SshTunnelSettings> &tunnel,
+    const std::string &sshSecret)
 {
     bool finished = false;
     std::optional<std::string> error;
-    m_store->save(profile, password, [&](const std::optional<std::string> &result) {
+    m_store->save(profile, password, tunnel, sshSecret, [&](const std::optional<std::string> &result) {
         finished = true;
         error = result;
     });
@@ -272,6 +280,54 @@ void TestAppStore::sessionsAreSharedUntilTheirProfileChanges()
     QVERIFY(m_store->sessions().empty());
     QVERIFY(QTest::qWaitFor([&old] { return old.isNull(); }, 5000));
     QCOMPARE(m_store->session(profile)->profile().port, std::int64_t(3310));
+}
+
+// A tunnel is kept in its own 0600 file keyed by the profile's id, its passphrase in the keyring;
+// it reaches the profile's session, goes with a duplicate into the sheet, and leaves with the
+// profile. The connections file keeps its keys.
+void TestAppStore::tunnelsLiveBesideTheirProfile()
+{
+    ConnectionProfile profile = profileNamed("Behind bastion");
+    SshTunnelSettings tunnel { "bastion.example.com", 2222, "deploy", SshAuth::keyFile, "/keys/id_ed25519" };
+    const std::string secretItem = uuidText(sshSecretID(profile.id));
+    SshTunnelSettings unnamed = tunnel;
+    unnamed.host = " ";
+    QCOMPARE(saveAndWait(profile, "pw", unnamed, "pp"), std::optional<std::string>("Enter the SSH host."));
+    QCOMPARE(m_secrets->writes, 0);
+
+    QCOMPARE(saveAndWait(profile, "pw", tunnel, "passphrase-not-in-files"), std::nullopt);
+    QCOMPARE(m_store->tunnel(profile.id), tunnel);
+    QCOMPARE(m_secrets->items.at(secretItem), std::string("passphrase-not-in-files"));
+    QCOMPARE(modeOf(m_store->tunnelsPath()), 0600u);
+    QVERIFY(!readWholeFile(m_store->tunnelsPath()).contains("passphrase"));
+    QCOMPARE(readWholeFile(m_store->connectionsPath()), encodeProfiles({ profile }));
+    QCOMPARE(m_store->session(profile)->tunnel(), tunnel);
+
+    m_store->openConnectionSheet(profile);
+    QCOMPARE(m_store->editingTunnel(), tunnel);
+    ConnectionProfile copy = profile;
+    copy.id = QUuid::createUuid();
+    m_store->openConnectionSheet(copy, m_store->tunnel(profile.id));
+    QCOMPARE(m_store->editingTunnel(), tunnel);
+
+    // The agent needs no secret: the stored passphrase goes.
+    tunnel.auth = SshAuth::agent;
+    QCOMPARE(saveAndWait(profile, "pw", tunnel, "ignored"), std::nullopt);
+    QCOMPARE(m_secrets->items.count(secretItem), std::size_t(0));
+    m_store = reopen();
+    QCOMPARE(m_store->tunnel(profile.id), tunnel);
+
+    m_prompts->confirmations = { true };
+    m_store->remove(profile);
+    QCOMPARE(m_store->tunnel(profile.id), std::nullopt);
+    m_store = reopen();
+    QCOMPARE(m_store->tunnel(profile.id), std::nullopt);
+    QCOMPARE(readWholeFile(m_store->tunnelsPath()), QByteArray("[]"));
+
+    // A damaged tunnels file is reported rather than connecting past the SSH host.
+    writeFileAtomically(m_store->tunnelsPath(), "[{\"profile\": 1}]");
+    m_store = reopen();
+    QVERIFY2(m_store->error()->starts_with("Could not load saved SSH tunnels: "), m_store->error()->c_str());
 }
 
 QTEST_GUILESS_MAIN(TestAppStore)

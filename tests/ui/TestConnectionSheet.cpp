@@ -5,12 +5,16 @@
 #include "support/SessionHarness.h"
 #include "ui/ConnectionSheet.h"
 #include "ui/RevealablePasswordField.h"
+#include "ui/SshTunnelSection.h"
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDir>
+#include <QFile>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -155,6 +159,8 @@ private Q_SLOTS:
 
     // Until the stored password arrives, saving the untouched field would delete it, and a test
     // would try an empty one; what the user types meanwhile is never overwritten.
+    void tunnelSection();
+
     void storedPasswordArrivesAfterOpening()
     {
         for (const bool keyringFails : { false, true }) {
@@ -180,6 +186,74 @@ private Q_SLOTS:
         }
     }
 };
+
+// The SSH tunnel section: off until switched on; the rows each way of logging in needs; the
+// tunnel it describes (defaults, ~ and bad ports); a warning where verification cannot work; a
+// test through both hops; and the tunnel and its secret saved and loaded again.
+void TestConnectionSheet::tunnelSection()
+{
+    const TestSshServer ssh = TestSshServer::fromEnvironment();
+    QTemporaryDir home;
+    const QByteArray realHome = qgetenv("HOME");
+    const auto restore = qScopeGuard([&realHome] { qputenv("HOME", realHome); });
+    qputenv("HOME", home.path().toUtf8());
+    qputenv("SSH_AUTH_SOCK", QByteArray::fromStdString(ssh.agentSocket));
+    QVERIFY(QDir(home.path()).mkpath(QStringLiteral(".ssh")));
+    QVERIFY(QFile::copy(QString::fromStdString(ssh.knownHosts), home.filePath(QStringLiteral(".ssh/known_hosts"))));
+
+    SheetFixture fixture;
+    ConnectionProfile profile = fixture.harness.profile("Through SSH");
+    auto sheet = fixture.open(profile);
+    SshTunnelSection *section = sheet->tunnelSection();
+    QVERIFY(!section->enabledToggle()->isChecked() && !section->hostField()->isVisible());
+    QCOMPARE(section->tunnel(), std::nullopt);
+    section->enabledToggle()->setChecked(true);
+    QVERIFY(section->hostField()->isVisible());
+    QVERIFY(!section->isKeyRowVisible() && !section->isSecretRowVisible()); // the agent by default
+    section->authPicker()->setCurrentText(QStringLiteral("Private key file"));
+    QVERIFY(section->isKeyRowVisible() && section->isSecretRowVisible());
+    section->authPicker()->setCurrentText(QStringLiteral("Password"));
+    QVERIFY(!section->isKeyRowVisible() && section->isSecretRowVisible());
+
+    section->authPicker()->setCurrentText(QStringLiteral("Private key file"));
+    section->hostField()->setText(QStringLiteral("127.0.0.1"));
+    section->userField()->setText(QString::fromStdString(ssh.user));
+    section->keyFileField()->setText(QStringLiteral("~/keys/id"));
+    QCOMPARE(section->tunnel()->port, 22);
+    QCOMPARE(section->tunnel()->keyFile, home.filePath(QStringLiteral("keys/id")).toStdString());
+    section->portField()->setText(QStringLiteral("22x"));
+    QVERIFY(!save(*sheet));
+    QCOMPARE(sheet->errorText(), QStringLiteral("The SSH port must be between 1 and 65535."));
+
+    sheet->tlsPicker()->setCurrentText(QStringLiteral("Verify certificate"));
+    QVERIFY(section->isVerifyConflictShown());
+    section->enabledToggle()->setChecked(false);
+    QVERIFY(!section->isVerifyConflictShown());
+    section->enabledToggle()->setChecked(true);
+    QVERIFY(section->isVerifyConflictShown());
+    sheet->tlsPicker()->setCurrentText(QStringLiteral("Require encryption"));
+    QVERIFY(!section->isVerifyConflictShown());
+
+    // Both hops, with the passphrase as typed.
+    section->portField()->setText(QString::number(ssh.port));
+    section->keyFileField()->setText(QString::fromStdString(ssh.passphraseKey));
+    section->secretField()->setText(QString::fromStdString(ssh.passphrase));
+    sheet->testButton()->click();
+    QVERIFY(QTest::qWaitFor([&sheet] { return !sheet->isTesting(); }, timeout));
+    QVERIFY2(sheet->testMessage().startsWith("Connected · MySQL ")
+            && sheet->testMessage().endsWith(" · through SSH 127.0.0.1"),
+        qPrintable(sheet->testMessage()));
+
+    QVERIFY(save(*sheet));
+    const SshTunnelSettings saved { "127.0.0.1", ssh.port, ssh.user, SshAuth::keyFile, ssh.passphraseKey };
+    QCOMPARE(fixture.store.tunnel(profile.id), saved);
+    QCOMPARE(fixture.harness.secrets.items[uuidText(sshSecretID(profile.id))], ssh.passphrase);
+    sheet = std::make_unique<ConnectionSheet>(fixture.store, profile, saved);
+    QSignalSpy secretLoaded(sheet.get(), &ConnectionSheet::sshSecretLoaded);
+    QVERIFY(secretLoaded.wait(timeout));
+    QCOMPARE(sheet->tunnelSection()->tunnel(), saved);
+    QCOMPARE(sheet->tunnelSection()->secret(), QString::fromStdString(ssh.passphrase));
+}
 
 QTEST_MAIN(TestConnectionSheet)
 #include "TestConnectionSheet.moc"
