@@ -224,14 +224,16 @@ void execute(const CommandRequest &request)
     if (const std::optional<SshTunnelSettings> tunnel = savedTunnel(profile)) {
         Keychain keychain(std::make_shared<QtKeychainStore>(), std::make_shared<CredentialMemoryCache>());
         SshTunnelRequest through = tunnelRequest(*tunnel, loadSshSecret(keychain, profile.id, tunnel));
-        if (request.acceptNewHostKey) {
-            through.acceptNewHostKey = [](const SshHostKey &key) {
-                std::cerr << "Trusting the new SSH host key " << key.fingerprint << " of " << key.host << ":"
-                          << key.port << ".\n"
-                          << std::flush;
-                return true;
-            };
-        }
+        through.acceptNewHostKey = [accept = request.acceptNewHostKey](const SshHostKey &key) -> bool {
+            if (!accept) {
+                throw AppError("SSH: " + key.host + " is not a known host yet (its key is " + key.fingerprint
+                    + "). Run again with --accept-new-host-key to trust it.");
+            }
+            std::cerr << "Trusting the new SSH host key " << key.fingerprint << " of " << key.host << ":" << key.port
+                      << ".\n"
+                      << std::flush;
+            return true;
+        };
         connection.setTunnel(std::move(through));
     }
     connection.connect(secret);

@@ -20,6 +20,24 @@ std::optional<std::string> valueAfter(const std::vector<std::string> &arguments,
     return *std::next(found);
 }
 
+// "USER@HOST:PORT", with the key file and known-hosts file that must come with it.
+std::optional<IntegrationTunnel> tunnelArgument(const std::vector<std::string> &arguments)
+{
+    const std::optional<std::string> ssh = valueAfter(arguments, "--ssh");
+    const std::optional<std::string> key = valueAfter(arguments, "--ssh-key");
+    const std::optional<std::string> knownHosts = valueAfter(arguments, "--known-hosts");
+    const std::size_t at = ssh ? ssh->find('@') : std::string::npos;
+    const std::size_t colon = ssh ? ssh->rfind(':') : std::string::npos;
+    if (!key || !knownHosts || at == std::string::npos || colon == std::string::npos || colon < at + 2 || at == 0) {
+        return std::nullopt;
+    }
+    const std::optional<std::int64_t> port = parsePortArgument(std::string_view(*ssh).substr(colon + 1));
+    if (!port) {
+        return std::nullopt;
+    }
+    return IntegrationTunnel { ssh->substr(0, at), ssh->substr(at + 1, colon - at - 1), *port, *key, *knownHosts };
+}
+
 } // namespace
 
 std::optional<std::int64_t> parsePortArgument(std::string_view text)
@@ -50,8 +68,11 @@ EntryMode chooseEntryMode(const std::vector<std::string> &arguments)
         return SelfTestMode {};
     }
     if (const auto portText = valueAfter(arguments, "--integration-test")) {
-        if (const auto port = parsePortArgument(*portText)) {
-            return IntegrationTestMode { *port, valueAfter(arguments, "--ca") };
+        const auto port = parsePortArgument(*portText);
+        const std::optional<IntegrationTunnel> tunnel = tunnelArgument(arguments);
+        const bool tunnelAsked = std::find(arguments.begin(), arguments.end(), "--ssh") != arguments.end();
+        if (port && tunnel.has_value() == tunnelAsked) {
+            return IntegrationTestMode { *port, valueAfter(arguments, "--ca"), tunnel };
         }
     }
     if (const auto path = valueAfter(arguments, "--make-icon")) {

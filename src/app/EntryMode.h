@@ -16,9 +16,21 @@ struct SelfTestMode {
     bool operator==(const SelfTestMode &) const = default;
 };
 
+// The SSH host the integration checks reach the server through: "--ssh USER@HOST:PORT" with
+// "--ssh-key FILE" and "--known-hosts FILE".
+struct IntegrationTunnel {
+    std::string user;
+    std::string host;
+    std::int64_t port = 22;
+    std::string keyFile;
+    std::string knownHosts;
+    bool operator==(const IntegrationTunnel &) const = default;
+};
+
 struct IntegrationTestMode {
     std::int64_t port = 0;
     std::optional<std::string> ca;
+    std::optional<IntegrationTunnel> tunnel;
     bool operator==(const IntegrationTestMode &) const = default;
 };
 
@@ -35,7 +47,8 @@ using EntryMode = std::variant<SelfTestMode, IntegrationTestMode, MakeIconMode, 
 
 // Chooses the one mode to run. Arguments are whole, case-sensitive strings matched anywhere in
 // the list, the program's own path included. "--self-test" wins over everything; a malformed or
-// missing port, or a missing icon path, falls through to the desktop without an error.
+// missing port, a malformed --ssh, or a missing icon path, falls through to the desktop without
+// an error.
 EntryMode chooseEntryMode(const std::vector<std::string> &arguments);
 
 // A base-10 signed 64-bit integer: optional "+" or "-", then digits only; overflow rejected.

@@ -52,8 +52,9 @@ std::size_t fieldIndex(const QueryResult &result, const std::string &name)
 class IntegrationRun
 {
 public:
-    IntegrationRun(std::int64_t port, std::optional<std::string> ca)
+    IntegrationRun(std::int64_t port, std::optional<std::string> ca, std::optional<IntegrationTunnel> tunnel)
         : m_ca(std::move(ca))
+        , m_tunnel(std::move(tunnel))
         , m_password(environmentOr("TALLOWICK_TEST_PASSWORD", ""))
         , m_profile(makeProfile(port))
         , m_db(m_profile)
@@ -65,6 +66,7 @@ public:
 
     void execute(std::ostream &out)
     {
+        route(m_db);
         m_db.connect(m_password);
         try {
             setUp();
@@ -82,6 +84,18 @@ public:
     }
 
 private:
+    // Every connection of the run goes the same way: through the tunnel when there is one.
+    void route(MySQLConnection &connection) const
+    {
+        if (!m_tunnel) {
+            return;
+        }
+        SshTunnelRequest request;
+        request.settings = { m_tunnel->host, m_tunnel->port, m_tunnel->user, SshAuth::keyFile, m_tunnel->keyFile };
+        request.knownHostsFile = m_tunnel->knownHosts;
+        connection.setTunnel(std::move(request));
+    }
+
     ConnectionProfile makeProfile(std::int64_t port) const
     {
         ConnectionProfile profile;
@@ -276,9 +290,16 @@ private:
                     && single("SELECT COUNT(*) FROM composite") == "1";
                 } },
         };
-        if (m_ca) {
+        if (m_ca && !m_tunnel) {
             list.push_back(
                 { "TLS connection validates a trusted server certificate", [this] { return trustedTls(); } });
+        }
+        if (m_ca && m_tunnel) {
+            list.push_back(
+                { "TLS verification is refused through an SSH tunnel", [this] { return verifyRefusedInTunnel(); } });
+            list.push_back({ "TLS encrypts through an SSH tunnel", [this] { return tlsThroughTunnel(); } });
+        }
+        if (m_ca) {
             list.push_back({ "TLS rejects a hostname mismatch", [this] { return hostnameMismatchRejected(); } });
         }
         return list;
@@ -304,6 +325,7 @@ private:
     bool concurrentSessions()
     {
         MySQLConnection other(m_profile);
+        route(other);
         other.connect(m_password);
         const std::string lock = SQL::value(m_scratch);
         if (single("SELECT GET_LOCK(" + lock + ", 10)") != "1") {
@@ -383,6 +405,7 @@ private:
         ConnectionProfile profile = m_profile;
         profile.user = m_userName;
         MySQLConnection login(profile);
+        route(login);
         login.connect(password);
         const QueryResult who = login.query("SELECT CURRENT_USER()");
         return who.rows.at(0).at(0).value_or("").starts_with(m_userName + "@");
@@ -394,6 +417,7 @@ private:
         profile.tls = TLSMode::verify;
         profile.caPath = *m_ca;
         MySQLConnection secure(profile);
+        route(secure);
         secure.connect(m_password);
         return !secure.cipher().empty();
     }
@@ -405,6 +429,7 @@ private:
         profile.tls = TLSMode::verify;
         profile.caPath = *m_ca;
         MySQLConnection secure(profile);
+        route(secure);
         try {
             secure.connect(m_password);
         } catch (const AppError &) {
@@ -413,7 +438,37 @@ private:
         return false;
     }
 
+    // The client library would check the tunnel's address, so verification is refused outright
+    // rather than checked against the wrong name.
+    bool verifyRefusedInTunnel()
+    {
+        ConnectionProfile profile = m_profile;
+        profile.tls = TLSMode::verify;
+        profile.caPath = *m_ca;
+        MySQLConnection secure(profile);
+        route(secure);
+        try {
+            secure.connect(m_password);
+        } catch (const AppError &refusal) {
+            return refusal.message().starts_with("Verify certificate cannot be used through an SSH tunnel")
+                && !secure.isConnected();
+        }
+        return false;
+    }
+
+    bool tlsThroughTunnel()
+    {
+        ConnectionProfile profile = m_profile;
+        profile.tls = TLSMode::require;
+        MySQLConnection secure(profile);
+        route(secure);
+        secure.connect(m_password);
+        const QueryResult status = secure.query("SHOW SESSION STATUS LIKE 'Ssl_cipher'");
+        return !secure.cipher().empty() && status.rows.size() == 1 && status.rows[0].at(1) == secure.cipher();
+    }
+
     const std::optional<std::string> m_ca;
+    const std::optional<IntegrationTunnel> m_tunnel;
     const std::string m_password;
     const ConnectionProfile m_profile;
     MySQLConnection m_db;
@@ -429,10 +484,13 @@ private:
 
 } // namespace
 
-void runIntegrationChecks(std::int64_t port, const std::optional<std::string> &ca, std::ostream &out)
+void runIntegrationChecks(std::int64_t port,
+    const std::optional<std::string> &ca,
+    const std::optional<IntegrationTunnel> &tunnel,
+    std::ostream &out)
 {
     const ClientThreadScope scope;
-    IntegrationRun(port, ca).execute(out);
+    IntegrationRun(port, ca, tunnel).execute(out);
 }
 
 } // namespace tallowick

@@ -32,7 +32,8 @@ int main(int argc, char *argv[])
         Overloaded {
             [](const SelfTestMode &) { return runNonInteractive([] { runUnitChecks(std::cout); }, std::cerr); },
             [](const IntegrationTestMode &mode) {
-                return runNonInteractive([&mode] { runIntegrationChecks(mode.port, mode.ca, std::cout); }, std::cerr);
+                return runNonInteractive(
+                    [&mode] { runIntegrationChecks(mode.port, mode.ca, mode.tunnel, std::cout); }, std::cerr);
             },
             [](const MakeIconMode &mode) {
                 return runNonInteractive([&mode] { createAppIcon(mode.path); }, std::cerr);

@@ -112,8 +112,9 @@ constexpr const char *earlierApplied = " Every statement before it was applied."
 
 AppError failureAt(const SQL::ScriptStatement &statement, const AppError &error, const std::string &after)
 {
+    const std::string start = statementStart(statement.text);
     return AppError("Stopped at line " + std::to_string(statement.line) + ": " + error.message()
-        + ". The statement began: " + statementStart(statement.text) + after);
+        + ". The statement began: " + start + (start.ends_with("…") ? "" : ".") + after);
 }
 
 // A table name as INSERT writes it, bare or back-quoted, possibly after its database.

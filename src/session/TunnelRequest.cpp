@@ -23,7 +23,19 @@ SshTunnelRequest tunnelRequest(const SshTunnelSettings &settings, const std::str
 
 std::string loadSshSecret(Keychain &keychain, const QUuid &profileID, const std::optional<SshTunnelSettings> &tunnel)
 {
-    return tunnel && tunnel->auth != SshAuth::agent ? keychain.load(sshSecretID(profileID)) : std::string();
+    if (!tunnel || tunnel->auth == SshAuth::agent) {
+        return {};
+    }
+    if (tunnel->auth == SshAuth::password) {
+        return keychain.load(sshSecretID(profileID));
+    }
+    // Most keys have no passphrase: without a keyring the key is still tried, and libssh says
+    // when it needs one.
+    try {
+        return keychain.load(sshSecretID(profileID));
+    } catch (const std::exception &) {
+        return {};
+    }
 }
 
 } // namespace tallowick

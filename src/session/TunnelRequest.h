@@ -20,7 +20,8 @@ std::string userKnownHostsFile();
 SshTunnelRequest tunnelRequest(const SshTunnelSettings &settings, const std::string &secret);
 
 // The tunnel's passphrase or password from the keyring; nothing for the agent or without a
-// tunnel. May wait for the keyring: never on the interface thread.
+// tunnel, or for a key file when the keyring cannot be read. May wait for the keyring: never on
+// the interface thread.
 std::string loadSshSecret(Keychain &keychain, const QUuid &profileID, const std::optional<SshTunnelSettings> &tunnel);
 
 } // namespace tallowick

@@ -21,6 +21,23 @@ if(ARGS MATCHES "@TEST_")
     string(REPLACE "@TEST_STRICT_PORT@" "${strict_port}" ARGS "${ARGS}")
     string(REPLACE "@TEST_CA@" "${ca}" ARGS "${ARGS}")
 endif()
+# The private sshd: its port, the account, a key it accepts and a known-hosts file that lists it.
+if(ARGS MATCHES "@TEST_SSH")
+    if(DEFINED ENV{TALLOWICK_TEST_SSH_PORT})
+        set(ssh_port "$ENV{TALLOWICK_TEST_SSH_PORT}")
+        set(ssh_user "$ENV{TALLOWICK_TEST_SSH_USER}")
+        set(ssh_key "$ENV{TALLOWICK_TEST_SSH_KEY}")
+        set(ssh_known "$ENV{TALLOWICK_TEST_SSH_KNOWN_HOSTS}")
+    else()
+        file(STRINGS "$ENV{TALLOWICK_TEST_SERVER_DIR}/ssh/port" ssh_port)
+        execute_process(COMMAND id -un OUTPUT_VARIABLE ssh_user OUTPUT_STRIP_TRAILING_WHITESPACE)
+        set(ssh_key "$ENV{TALLOWICK_TEST_SERVER_DIR}/ssh/client")
+        set(ssh_known "$ENV{TALLOWICK_TEST_SERVER_DIR}/ssh/known_hosts")
+    endif()
+    string(REPLACE "@TEST_SSH@" "${ssh_user}@127.0.0.1:${ssh_port}" ARGS "${ARGS}")
+    string(REPLACE "@TEST_SSH_KEY@" "${ssh_key}" ARGS "${ARGS}")
+    string(REPLACE "@TEST_SSH_KNOWN_HOSTS@" "${ssh_known}" ARGS "${ARGS}")
+endif()
 execute_process(
     COMMAND ${PROGRAM} ${ARGS}
     RESULT_VARIABLE status

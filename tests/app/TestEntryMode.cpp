@@ -33,17 +33,35 @@ void TestEntryMode::choosesMode_data()
     QTest::newRow("self-test matched as the program path")
         << QStringList { "--self-test" } << EntryMode(SelfTestMode {});
     QTest::newRow("integration without CA") << QStringList { "tallowick", "--integration-test", "3306" }
-                                            << EntryMode(IntegrationTestMode { 3306, std::nullopt });
+                                            << EntryMode(IntegrationTestMode { 3306, std::nullopt, std::nullopt });
     QTest::newRow("integration with CA") << QStringList {
         "tallowick", "--ca", "/tmp/ca.pem", "--integration-test", "3307"
-    } << EntryMode(IntegrationTestMode { 3307, "/tmp/ca.pem" });
+    } << EntryMode(IntegrationTestMode { 3307, "/tmp/ca.pem", std::nullopt });
     QTest::newRow("integration with plus sign") << QStringList { "tallowick", "--integration-test", "+3306" }
-                                                << EntryMode(IntegrationTestMode { 3306, std::nullopt });
+                                                << EntryMode(IntegrationTestMode { 3306, std::nullopt, std::nullopt });
     QTest::newRow("port outside TCP range still reaches the checks")
         << QStringList { "tallowick", "--integration-test", "-1" }
-        << EntryMode(IntegrationTestMode { -1, std::nullopt });
+        << EntryMode(IntegrationTestMode { -1, std::nullopt, std::nullopt });
     QTest::newRow("--ca last runs without a CA") << QStringList { "tallowick", "--integration-test", "3306", "--ca" }
-                                                 << EntryMode(IntegrationTestMode { 3306, std::nullopt });
+                                                 << EntryMode(IntegrationTestMode { 3306, std::nullopt, std::nullopt });
+    QTest::newRow("integration through SSH")
+        << QStringList { "tallowick",
+               "--integration-test",
+               "3306",
+               "--ssh",
+               "deploy@bastion:2222",
+               "--ssh-key",
+               "k",
+               "--known-hosts",
+               "kh" }
+        << EntryMode(
+               IntegrationTestMode { 3306, std::nullopt, IntegrationTunnel { "deploy", "bastion", 2222, "k", "kh" } });
+    QTest::newRow("--ssh without a key falls through") << QStringList {
+        "tallowick", "--integration-test", "3306", "--ssh", "deploy@bastion:22", "--known-hosts", "kh"
+    } << desktop;
+    QTest::newRow("--ssh without a user falls through") << QStringList {
+        "tallowick", "--integration-test", "3306", "--ssh", "bastion:22", "--ssh-key", "k", "--known-hosts", "kh"
+    } << desktop;
     QTest::newRow("first --integration-test is used")
         << QStringList { "tallowick", "--integration-test", "word", "--integration-test", "3306" } << desktop;
     QTest::newRow("integration last falls through") << QStringList { "tallowick", "--integration-test" } << desktop;

@@ -17,8 +17,12 @@ profile() { # id name readOnly
     printf '{"id":"%s","name":"%s","host":"127.0.0.1","port":%s,"user":"%s","database":"","tls":"Disabled (local only)","caPath":"","color":"green","readOnly":%s}' \
         "$1" "$2" "$TALLOWICK_TEST_PORT" "$TALLOWICK_TEST_USER" "$3"
 }
-echo "[$(profile 5F0C2C4B-8A3D-4D0E-9B55-6A4E2F2D9C11 Test false),$(profile 6A1D3D5C-9B4E-4E1F-8C66-7B5F3E3EAD22 Locked true)]" \
+tunnelled=7C3F4E6D-0C5F-4F20-9D77-8C604F4FBE33
+echo "[$(profile 5F0C2C4B-8A3D-4D0E-9B55-6A4E2F2D9C11 Test false),$(profile 6A1D3D5C-9B4E-4E1F-8C66-7B5F3E3EAD22 Locked true),$(profile $tunnelled Tunnelled false)]" \
     >"$XDG_DATA_HOME/Tallowick/connections.json"
+printf '[{"profile":"%s","host":"127.0.0.1","port":%s,"user":"%s","auth":"keyFile","keyFile":"%s"}]' \
+    "$tunnelled" "$TALLOWICK_TEST_SSH_PORT" "$TALLOWICK_TEST_SSH_USER" "$TALLOWICK_TEST_SSH_KEY" \
+    >"$XDG_DATA_HOME/Tallowick/ssh-tunnels.json"
 
 fail() { echo "FAIL: $*" >&2; echo "--- stdout" >&2; cat "$home/out" >&2; echo "--- stderr" >&2; cat "$home/err" >&2; exit 1; }
 # run EXPECTED-STATUS ARGS...: runs the program with the password on standard input.
@@ -63,12 +67,23 @@ grep -q 'is read-only; import-csv writes' "$home/err" || fail "import-csv read-o
 
 printf "INSERT INTO t VALUES (4, 'd');\nINSERT INTO t VALUES (1, 'again');\nINSERT INTO t VALUES (5, 'e');\n" >"$home/bad.sql"
 run 1 run-file --connection Test --database "$database" --password-stdin "$home/bad.sql"
-grep -q "^Stopped at line 2: MySQL 1062: " "$home/err" || fail "failure report"
+grep -q "^Stopped at line 2: MySQL 1062: .*The statement began: INSERT INTO t VALUES (1, 'again'). Every statement before it was applied.$" "$home/err" || fail "failure report"
 [ ! -s "$home/out" ] || fail "a failure printed a result"
 printf 'SELECT COUNT(*) FROM t;\n' >"$home/count.sql"
 
+# Through the private sshd: a host key not in ~/.ssh/known_hosts (this test's own home) is refused
+# until the command is told to trust it, and known from then on.
+run 1 run-file --connection Tunnelled --database "$database" --password-stdin "$home/count.sql"
+grep -q '^SSH: 127.0.0.1 is not a known host yet (its key is SHA256:.*--accept-new-host-key' "$home/err" \
+    || fail "unknown host key"
+run 0 run-file --connection Tunnelled --database "$database" --password-stdin --accept-new-host-key "$home/count.sql"
+grep -q '^Trusting the new SSH host key SHA256:' "$home/err" || fail "host key trusted"
+grep -q "^\[127.0.0.1\]:$TALLOWICK_TEST_SSH_PORT " "$home/.ssh/known_hosts" || fail "known_hosts entry"
+run 0 run-file --connection Tunnelled --database "$database" --password-stdin "$home/count.sql"
+
 run 1 run-file --connection Nope --password-stdin "$home/load.sql"
-grep -q '^No saved connection is named "Nope". Saved connections: Test, Locked.$' "$home/err" || fail "unknown connection"
+grep -q '^No saved connection is named "Nope". Saved connections: Test, Locked, Tunnelled.$' "$home/err" \
+    || fail "unknown connection"
 run 1 run-file --connection Locked --password-stdin "$home/bad.sql"
 grep -q 'is read-only; run-file writes' "$home/err" || fail "read-only refusal"
 run 1 run-file --connection Test --password-stdin "$home/missing.sql"
