@@ -107,8 +107,14 @@ int main(int argc, char *argv[])
     staging.host = "10.0.4.12";
     staging.readOnly = true;
     staging.color = "orange";
+    staging.tls = TLSMode::require;
+    const SshTunnelSettings bastion { "bastion.example.com",
+        22,
+        "deploy",
+        SshAuth::keyFile,
+        QDir::home().filePath(QStringLiteral(".ssh/id_ed25519")).toStdString() };
     bool saved = false;
-    store.save(staging, "", [&saved](const auto &) { saved = true; });
+    store.save(staging, "", bastion, "", [&saved](const auto &) { saved = true; });
     while (!saved) {
         pause(20);
     }
@@ -132,6 +138,14 @@ int main(int argc, char *argv[])
     pause(800);
     if (ConnectionSheet *sheet = window.rootView()->sheet()) {
         save(*sheet, output, "connection-sheet.png");
+        sheet->reject();
+        delete sheet; // its deferred deletion would wait for the outer event loop
+    }
+    pause(300);
+    store.openConnectionSheet(staging);
+    pause(800);
+    if (ConnectionSheet *sheet = window.rootView()->sheet()) {
+        save(*sheet, output, "connection-sheet-ssh.png");
         sheet->reject();
     }
     pause(300);

@@ -21,6 +21,7 @@
 #include <QPixmap>
 #include <QPushButton>
 #include <QSignalBlocker>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <algorithm>
 
@@ -119,6 +120,7 @@ ConnectionSheet::ConnectionSheet(
         refreshButtons();
     });
     QObject::connect(m_tunnel, &SshTunnelSection::enabledChanged, this, &ConnectionSheet::showTLSMode);
+    QObject::connect(m_tunnel, &SshTunnelSection::rowsChanged, this, &ConnectionSheet::refit);
     QObject::connect(m_test, &QPushButton::clicked, this, &ConnectionSheet::testConnection);
     QObject::connect(m_cancel, &QPushButton::clicked, this, &ConnectionSheet::reject);
     QObject::connect(m_save, &QPushButton::clicked, this, &ConnectionSheet::saveConnection);
@@ -261,6 +263,38 @@ bool ConnectionSheet::isCARowVisible() const
     return m_form->isRowVisible(m_caRow);
 }
 
+void ConnectionSheet::fitContents()
+{
+    // The minimum a layout reports leaves wrapped captions one line high; at the sheet's width
+    // they need more, and the sheet grows (or shrinks back) to exactly that.
+    layout()->activate();
+    const int needed = layout()->totalHeightForWidth(width());
+    setMinimumHeight(needed);
+    resize(width(), needed);
+}
+
+void ConnectionSheet::showEvent(QShowEvent *event)
+{
+    QDialog::showEvent(event);
+    // The tunnel's fields line up with the connection's: one label column for both forms.
+    QList<QWidget *> labels;
+    for (const QFormLayout *form : { m_form, m_tunnel->form() }) {
+        for (int row = 0; row < form->rowCount(); ++row) {
+            if (QLayoutItem *label = form->itemAt(row, QFormLayout::LabelRole); label && label->widget()) {
+                labels << label->widget();
+            }
+        }
+    }
+    int widest = 0;
+    for (const QWidget *label : labels) {
+        widest = std::max(widest, label->sizeHint().width());
+    }
+    for (QWidget *label : labels) {
+        label->setMinimumWidth(widest);
+    }
+    fitContents();
+}
+
 void ConnectionSheet::loadPassword()
 {
     m_passwordLoading = true;
@@ -314,6 +348,7 @@ void ConnectionSheet::showTLSMode()
     m_tlsHelp->setText(tlsHelpText(mode));
     // Hiding the row keeps the path in its field, so switching back to verify finds it again.
     m_form->setRowVisible(m_caRow, mode == TLSMode::verify);
+    refit();
 }
 
 void ConnectionSheet::chooseCAFile()
@@ -363,6 +398,7 @@ void ConnectionSheet::finishTest(const QString &message)
 {
     m_testMessage->setText(message);
     m_testMessage->setVisible(!message.isEmpty());
+    refit();
     setTesting(false);
 }
 
@@ -415,12 +451,21 @@ void ConnectionSheet::reject()
     }
 }
 
+void ConnectionSheet::refit()
+{
+    if (isVisible()) {
+        // After the layouts have taken in what changed.
+        QTimer::singleShot(0, this, &ConnectionSheet::fitContents);
+    }
+}
+
 void ConnectionSheet::setErrorText(const QString &text)
 {
     if (m_error->text() == text) {
         return;
     }
     showError(m_error, text);
+    refit();
     Q_EMIT errorTextChanged(text);
 }
 

@@ -70,6 +70,9 @@ public:
 public Q_SLOTS:
     void reject() override;
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 Q_SIGNALS:
     void testingChanged(bool testing);
     void errorTextChanged(const QString &text);
@@ -79,6 +82,8 @@ Q_SIGNALS:
 
 private:
     void buildForm();
+    void fitContents();
+    void refit();
     void loadPassword();
     void loadSshSecret();
     void showTLSMode();

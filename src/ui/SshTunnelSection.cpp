@@ -173,6 +173,7 @@ void SshTunnelSection::showAuth()
     const SshAuth auth = authOrder[static_cast<std::size_t>(std::max(m_auth->currentIndex(), 0))];
     m_form->setRowVisible(m_keyRow, auth == SshAuth::keyFile);
     m_form->setRowVisible(m_secret, auth != SshAuth::agent);
+    Q_EMIT rowsChanged();
     if (auto *label = qobject_cast<QLabel *>(m_form->labelForField(m_secret))) {
         label->setText(auth == SshAuth::password ? QStringLiteral("SSH password") : QStringLiteral("Key passphrase"));
     }

@@ -41,6 +41,7 @@ public:
     QComboBox *authPicker() const { return m_auth; }
     QLineEdit *keyFileField() const { return m_keyFile; }
     RevealablePasswordField *secretField() const { return m_secret; }
+    QFormLayout *form() const { return m_form; }
     bool isKeyRowVisible() const;
     bool isSecretRowVisible() const;
     // Says, while the tunnel is on, that certificate verification cannot go through it.
@@ -49,6 +50,8 @@ public:
 
 Q_SIGNALS:
     void enabledChanged(bool enabled);
+    // Rows appeared or went: the sheet fits itself to them.
+    void rowsChanged();
     void secretEdited();
 
 private:
