@@ -411,38 +411,12 @@ private:
         return who.rows.at(0).at(0).value_or("").starts_with(m_userName + "@");
     }
 
-    bool trustedTls()
+    // A connection that verifies the server's certificate for `host`: the refusal, or nothing
+    // when it connected (then encrypted).
+    std::optional<std::string> verifiedConnectionError(const std::string &host)
     {
         ConnectionProfile profile = m_profile;
-        profile.tls = TLSMode::verify;
-        profile.caPath = *m_ca;
-        MySQLConnection secure(profile);
-        route(secure);
-        secure.connect(m_password);
-        return !secure.cipher().empty();
-    }
-
-    bool hostnameMismatchRejected()
-    {
-        ConnectionProfile profile = m_profile;
-        profile.host = "localhost";
-        profile.tls = TLSMode::verify;
-        profile.caPath = *m_ca;
-        MySQLConnection secure(profile);
-        route(secure);
-        try {
-            secure.connect(m_password);
-        } catch (const AppError &) {
-            return !secure.isConnected();
-        }
-        return false;
-    }
-
-    // The client library would check the tunnel's address, so verification is refused outright
-    // rather than checked against the wrong name.
-    bool verifyRefusedInTunnel()
-    {
-        ConnectionProfile profile = m_profile;
+        profile.host = host;
         profile.tls = TLSMode::verify;
         profile.caPath = *m_ca;
         MySQLConnection secure(profile);
@@ -450,10 +424,21 @@ private:
         try {
             secure.connect(m_password);
         } catch (const AppError &refusal) {
-            return refusal.message().starts_with("Verify certificate cannot be used through an SSH tunnel")
-                && !secure.isConnected();
+            return secure.isConnected() ? "still connected" : refusal.message();
         }
-        return false;
+        return secure.cipher().empty() ? std::optional<std::string>("connected without TLS") : std::nullopt;
+    }
+
+    bool trustedTls() { return !verifiedConnectionError(m_profile.host); }
+
+    bool hostnameMismatchRejected() { return verifiedConnectionError("localhost").has_value(); }
+
+    // The client library would check the tunnel's address, so verification is refused outright
+    // rather than checked against the wrong name.
+    bool verifyRefusedInTunnel()
+    {
+        const std::optional<std::string> refusal = verifiedConnectionError(m_profile.host);
+        return refusal && refusal->starts_with("Verify certificate cannot be used through an SSH tunnel");
     }
 
     bool tlsThroughTunnel()

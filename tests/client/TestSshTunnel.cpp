@@ -9,13 +9,10 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
-#include <arpa/inet.h>
 #include <dirent.h>
 #include <fstream>
-#include <netinet/in.h>
 #include <set>
 #include <sstream>
-#include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
 
@@ -250,15 +247,9 @@ void TestSshTunnel::cancelStopsAnOpeningTunnel()
 {
     // A port that completes the TCP handshake but never speaks: opening waits for the SSH
     // greeting until its timeout, unless cancelled.
-    const int silent = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    QVERIFY(bind(silent, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 && listen(silent, 4) == 0
-        && getsockname(silent, reinterpret_cast<sockaddr *>(&address), &length) == 0);
+    const SilentPort silent;
     SshTunnelSettings mute = m_ssh.settings(SshAuth::agent);
-    mute.port = ntohs(address.sin_port);
+    mute.port = silent.port();
     SshTunnelRequest opening = request(mute);
     opening.abort = std::make_shared<SshAbort>();
     std::thread canceller([abort = opening.abort] {
@@ -268,7 +259,6 @@ void TestSshTunnel::cancelStopsAnOpeningTunnel()
     const auto started = std::chrono::steady_clock::now();
     const QString error = errorFrom([&] { SshTunnel tunnel(opening); });
     canceller.join();
-    close(silent);
     QCOMPARE(error, QStringLiteral("SSH: cancelled while opening the tunnel to 127.0.0.1."));
     QVERIFY(std::chrono::steady_clock::now() - started < std::chrono::seconds(10)); // not the 20 s timeout
 }

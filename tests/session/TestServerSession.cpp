@@ -12,10 +12,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <algorithm>
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using namespace tallowick;
 using namespace tallowick::test;
@@ -111,16 +107,9 @@ void TestServerSession::connectsThroughAnSshTunnelOnceItsHostIsTrusted()
     QVERIFY2(!session->error(), session->error()->c_str());
 
     // A host that accepts the TCP connection and never speaks keeps the tunnel opening.
-    const int silent = socket(AF_INET, SOCK_STREAM, 0);
-    const auto closeSilent = qScopeGuard([silent] { close(silent); });
-    sockaddr_in address {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    QVERIFY(bind(silent, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 && listen(silent, 4) == 0
-        && getsockname(silent, reinterpret_cast<sockaddr *>(&address), &length) == 0);
+    const SilentPort silent;
     SshTunnelSettings mute = ssh.settings(SshAuth::agent);
-    mute.port = ntohs(address.sin_port);
+    mute.port = silent.port();
     const auto waiting = m_harness->session(m_harness->profile());
     waiting->setTunnel(mute);
     waiting->connect();

@@ -4,8 +4,12 @@
 #include "core/SqlQuoting.h"
 #include "core/UuidText.h"
 
+#include <arpa/inet.h>
 #include <cstdlib>
 #include <fstream>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace tallowick::test
 {
@@ -92,6 +96,27 @@ SshTunnelSettings TestSshServer::settings(SshAuth auth, const std::string &keyFi
     settings.auth = auth;
     settings.keyFile = auth == SshAuth::keyFile ? (keyFile.empty() ? key : keyFile) : std::string();
     return settings;
+}
+
+SilentPort::SilentPort()
+    : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (m_socket < 0 || bind(m_socket, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0
+        || listen(m_socket, 4) != 0 || getsockname(m_socket, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+        throw AppError("Could not listen on 127.0.0.1 for a silent port.");
+    }
+    m_port = ntohs(address.sin_port);
+}
+
+SilentPort::~SilentPort()
+{
+    if (m_socket >= 0) {
+        close(m_socket);
+    }
 }
 
 ConnectionProfile TestServer::profile() const

@@ -56,6 +56,23 @@ struct TestSshServer {
     SshTunnelSettings settings(SshAuth auth, const std::string &keyFile = {}) const;
 };
 
+// A port on 127.0.0.1 that completes TCP connections and never says a word: an SSH host that
+// hangs before its greeting.
+class SilentPort
+{
+public:
+    SilentPort();
+    ~SilentPort();
+    SilentPort(const SilentPort &) = delete;
+    SilentPort &operator=(const SilentPort &) = delete;
+
+    int port() const { return m_port; }
+
+private:
+    int m_socket = -1;
+    int m_port = 0;
+};
+
 // A scratch database "tallowick_test_<uuid>" created on construction and dropped on
 // destruction, with a connection that has it selected.
 class ScratchDatabase
