@@ -15,6 +15,7 @@
 #include <libssh/libssh.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sstream>
 #include <sys/socket.h>
@@ -264,6 +265,16 @@ void SshTunnel::connectSocket()
         }
         if (status == 0) {
             ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+            // The database connection's own keep-alive probes end at the tunnel's local end; an
+            // SSH host that has gone away is noticed by probes on this socket.
+            const int on = 1;
+            const int idleSeconds = 60;
+            const int intervalSeconds = 10;
+            const int probes = 6;
+            ::setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+            ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPIDLE, &idleSeconds, sizeof idleSeconds);
+            ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPINTVL, &intervalSeconds, sizeof intervalSeconds);
+            ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof probes);
             m_socket = fd;
             return;
         }

@@ -137,6 +137,19 @@ bool ServerSession::enqueue(const std::string &title, Job job, Failed failed)
     return true;
 }
 
+void ServerSession::alongside(std::function<Completion(MySQLConnection *)> job)
+{
+    const QPointer<ServerSession> guard(this);
+    m_worker->post([lane = m_lane, guard, job = std::move(job)] {
+        if (!lane->sessionAlive) {
+            return;
+        }
+        const ClientThreadScope scope;
+        Completion completion = job(lane->client.get());
+        postToMainThread(guard, [completion = std::move(completion)](ServerSession &session) { completion(session); });
+    });
+}
+
 void ServerSession::finishJob(const Completion &completion)
 {
     // Busy is cleared before `done` runs, so a completion may chain the next job.
@@ -294,9 +307,12 @@ void ServerSession::connectionOpened(
     m_connectionID = connectionID;
     setDatabases(databaseNames(databases));
     setStatus("Connected · MySQL " + version);
+    // The server may have changed while the session was away.
+    m_catalogColumns.clear();
     // Coming back to a database kept from before a reconnect.
     if (!m_database.empty()) {
         loadTables(m_database);
+        loadCatalog(m_database);
     }
 }
 

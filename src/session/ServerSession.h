@@ -2,6 +2,7 @@
 
 #include "core/ConnectionProfile.h"
 #include "core/ManagementSheet.h"
+#include "core/SqlCompletion.h"
 #include "core/SshTunnelSettings.h"
 #include "session/SessionTypes.h"
 
@@ -9,7 +10,9 @@
 #include <QUuid>
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 
 namespace tallowick
 {
@@ -141,6 +144,13 @@ public:
     void loadDatabases();
     void loadTables(const std::string &database);
     void chooseDatabase(const std::string &name);
+
+    // Completion's view of the schema: the databases, the tables of each database listed so far,
+    // and the columns of each database whose catalog has been read.
+    SchemaCatalog catalog() const;
+    // Reads a database's tables and columns in the background (once; again after a schema
+    // change), for names the editor meets in a statement.
+    void requestCatalog(const std::string &database);
     void selectTable(const std::string &table, const std::string &database);
     void browse();
     void inspect(WorkspaceMode mode);
@@ -215,6 +225,7 @@ Q_SIGNALS:
     void modeChanged();
     void databasesChanged();
     void tablesChanged();
+    void catalogChanged();
     void columnsChanged();
     void tableResultChanged();
     void tabsChanged();
@@ -270,6 +281,15 @@ private:
     void finishJob(const Completion &completion);
     void failJob(const std::string &title, const std::string &message, const Failed &failed);
     void startConnecting(const std::string &password, const std::string &sshSecret);
+    // Runs `job` on the lane without making the session busy (it gets no client while
+    // disconnected); what it returns then runs on the main thread. For background reading only:
+    // the user's own jobs queue behind it.
+    void alongside(std::function<Completion(MySQLConnection *)> job);
+    void loadCatalog(const std::string &database);
+    void catalogLoaded(const std::string &database,
+        const std::optional<QueryResult> &tables,
+        const std::optional<QueryResult> &columns);
+    static bool changesSchema(const std::vector<std::string> &statements);
     void connectionOpened(const std::string &version,
         const std::string &cipher,
         std::uint64_t connectionID,
@@ -317,6 +337,8 @@ private:
     WorkspaceMode m_mode = WorkspaceMode::query;
     StringList m_databases;
     TableLists m_tables;
+    std::map<std::string, std::map<std::string, std::vector<std::string>>> m_catalogColumns;
+    std::set<std::string> m_catalogLoading;
     ColumnList m_columns;
     QueryResult m_tableResult;
     QueryTabs m_tabs;

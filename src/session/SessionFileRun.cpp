@@ -135,6 +135,9 @@ void ServerSession::startFileRun(const std::string &path, const std::string &lea
                 tables[database] = tableListFrom(*result.tables);
                 session.setTables(tables);
             }
+            // A file may have changed any schema.
+            session.m_catalogColumns.clear();
+            session.loadCatalog(session.m_database);
             const std::string count = std::to_string(result.outcome.statements) + " statements";
             session.setStatus(result.outcome.cancelled
                     ? "Cancelled " + name + " after " + count + "; they stay applied"

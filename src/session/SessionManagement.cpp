@@ -30,6 +30,11 @@ void ServerSession::reloadAfter(ManagementSheet kind, const std::string &databas
         selectTable(table, database);
         break;
     }
+    if (kind == ManagementSheet::createTable || kind == ManagementSheet::addColumn
+        || kind == ManagementSheet::modifyColumn) {
+        m_catalogColumns.erase(database);
+        loadCatalog(database);
+    }
 }
 
 void ServerSession::applyChange(

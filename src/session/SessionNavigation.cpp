@@ -59,6 +59,7 @@ void ServerSession::chooseDatabase(const std::string &name)
             builder.database = name;
             session.setBuilder(builder);
             session.loadTables(name);
+            session.loadCatalog(name);
         });
 }
 

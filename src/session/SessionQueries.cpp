@@ -116,8 +116,14 @@ void ServerSession::run(const std::optional<std::string> &sql)
             }
             return results;
         },
-        [targetId, text](ServerSession &session, std::vector<QueryResult> results) {
+        [targetId, text, schemaChanged = changesSchema(statements)](
+            ServerSession &session, std::vector<QueryResult> results) {
             session.storeRunResults(targetId, text, std::move(results));
+            if (schemaChanged) {
+                // Completion and the sidebar learn of new, changed and dropped tables.
+                session.m_catalogColumns.clear();
+                session.loadCatalog(session.m_database);
+            }
         });
 }
 

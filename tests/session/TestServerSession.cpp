@@ -29,6 +29,7 @@ private Q_SLOTS:
 
     void connectsThenDropsRequestsWhileBusy();
     void connectsThroughAnSshTunnelOnceItsHostIsTrusted();
+    void completionCatalogFollowsTheSchema();
     void parallelSessionsAndOneDestroyedMidJob();
     void readOnlyProfileRefusesWrites();
     void runsAskFirstAndKeepHistory();
@@ -118,6 +119,46 @@ void TestServerSession::connectsThroughAnSshTunnelOnceItsHostIsTrusted()
     waiting->cancel();
     QVERIFY(settle(*waiting, 10000));
     QCOMPARE(waiting->error(), std::optional<std::string>("SSH: cancelled while opening the tunnel to 127.0.0.1."));
+}
+
+// The catalog is read beside the session's jobs (the session stays idle), per database on
+// request, and again after a statement that changes the schema, which the sidebar sees too.
+void TestServerSession::completionCatalogFollowsTheSchema()
+{
+    QVERIFY(connectAndSettle(*m_session));
+    const std::string database = m_scratch->name();
+    const auto columnsOf = [this](const std::string &db, const std::string &table) {
+        const SchemaCatalog catalog = m_session->catalog();
+        const auto tables = catalog.columns.find(db);
+        if (tables == catalog.columns.end()) {
+            return std::vector<std::string> {};
+        }
+        const auto found = tables->second.find(table);
+        return found == tables->second.end() ? std::vector<std::string> {} : found->second;
+    };
+    m_session->chooseDatabase(database);
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            return columnsOf(database, "people") == std::vector<std::string> { "id", "name", "notes" };
+        },
+        20000));
+    QVERIFY(!m_session->busy());
+
+    m_harness->prompts.confirmations = { true };
+    m_session->run("CREATE TABLE pets (id INT PRIMARY KEY, owner INT)");
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            return columnsOf(database, "pets") == std::vector<std::string> { "id", "owner" };
+        },
+        20000));
+    const std::vector<TableInfo> &listed = m_session->tables().at(database);
+    QVERIFY(std::any_of(listed.begin(), listed.end(), [](const TableInfo &table) { return table.name == "pets"; }));
+
+    QVERIFY(columnsOf("mysql", "user").empty());
+    m_session->requestCatalog("mysql");
+    QVERIFY(QTest::qWaitFor([&] { return !columnsOf("mysql", "user").empty(); }, 20000));
+    m_session->requestCatalog("no_such_database"); // not a database of the server: nothing is read
+    QVERIFY(!m_session->catalog().columns.contains("no_such_database"));
 }
 
 // A session may go while its job runs (see parallelSessionsAndOneDestroyedMidJob).
