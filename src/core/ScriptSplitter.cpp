@@ -4,7 +4,9 @@
 #include "core/StatementReview.h"
 #include "core/Utf8Text.h"
 
+#include <QtGlobal>
 #include <algorithm>
+#include <optional>
 
 namespace tallowick::SQL
 {
@@ -69,6 +71,42 @@ std::vector<std::string> statements(std::string_view script)
     return texts;
 }
 
+std::string statementToRunAt(std::string_view script, std::size_t offset)
+{
+    StatementStream stream;
+    stream.feed(script);
+    stream.finish();
+    std::optional<ScriptStatement> chosen;
+    for (ScriptStatement statement; stream.next(statement);) {
+        if (chosen && statement.begin > offset) {
+            break;
+        }
+        chosen = std::move(statement);
+    }
+    if (!chosen) {
+        return {};
+    }
+    const auto splitsBackInto = [&chosen](const std::string &text) {
+        try {
+            const std::vector<std::string> again = statements(text);
+            return again.size() == 1 && again.front() == chosen->text;
+        } catch (const AppError &) {
+            return false;
+        }
+    };
+    if (splitsBackInto(chosen->text)) {
+        return std::move(chosen->text);
+    }
+    std::string delimiter = "$$";
+    while (chosen->text.find(delimiter) != std::string::npos) {
+        delimiter += '$';
+    }
+    std::string wrapped = "DELIMITER " + delimiter + "\n" + chosen->text + "\n" + delimiter;
+    // Only a text whose first line reads as a DELIMITER line resists both forms; the server
+    // would refuse it anyway.
+    return splitsBackInto(wrapped) ? wrapped : std::string();
+}
+
 StatementStream::StatementStream()
 {
     setDelimiter(";");
@@ -131,6 +169,7 @@ void StatementStream::scan(std::size_t end, bool final)
     appendSpanUpTo(i);
     lineAt(i);
     m_buffer.erase(0, i);
+    m_erased += i;
     m_text = {};
     m_position = 0;
     m_spanStart = 0;
@@ -305,10 +344,26 @@ void StatementStream::appendSpanUpTo(std::size_t end)
     if (end > m_spanStart) {
         if (m_current.empty()) {
             m_currentLine = lineAt(m_spanStart) + 1;
+            m_pieces.clear();
+        }
+        const std::size_t from = m_erased + m_spanStart;
+        if (m_pieces.empty() || m_pieces.back().second + (m_current.size() - m_pieces.back().first) != from) {
+            m_pieces.emplace_back(m_current.size(), from);
         }
         m_current.append(m_text.substr(m_spanStart, end - m_spanStart));
     }
     m_spanStart = end;
+}
+
+// Where byte `index` of m_current lies in the script.
+std::size_t StatementStream::scriptOffset(std::size_t index) const
+{
+    Q_ASSERT(!m_pieces.empty() && m_pieces.front().first == 0);
+    const auto piece = std::prev(std::upper_bound(m_pieces.begin(),
+        m_pieces.end(),
+        index,
+        [](std::size_t value, const std::pair<std::size_t, std::size_t> &entry) { return value < entry.first; }));
+    return piece->second + (index - piece->first);
 }
 
 // Line feeds before `pos` in the whole script; `pos` never moves back within one scan.
@@ -327,7 +382,9 @@ void StatementStream::finishStatement()
     if (!statement.empty() && !commentOnly(statement)) {
         const auto leading = static_cast<std::ptrdiff_t>(statement.data() - m_current.data());
         const std::int64_t line = m_currentLine + std::count(m_current.begin(), m_current.begin() + leading, '\n');
-        m_ready.push_back({ std::string(statement), line });
+        const auto first = static_cast<std::size_t>(leading);
+        m_ready.push_back(
+            { std::string(statement), line, scriptOffset(first), scriptOffset(first + statement.size() - 1) + 1 });
     }
     m_current.clear();
 }

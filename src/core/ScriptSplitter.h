@@ -5,6 +5,7 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tallowick::SQL
@@ -22,13 +23,26 @@ namespace tallowick::SQL
 // line names no delimiter. Nothing is returned in either case.
 std::vector<std::string> statements(std::string_view script);
 
-// One statement of a script and the 1-based line of the script on which its text begins.
+// One statement of a script, the 1-based line of the script on which its text begins, and the
+// byte range [begin, end) its text spans in the script. The delimiter lies outside the range; a
+// DELIMITER line met inside the statement lies inside it but is missing from the text.
 struct ScriptStatement {
     std::string text;
     std::int64_t line = 1;
+    std::size_t begin = 0;
+    std::size_t end = 0;
 
     bool operator==(const ScriptStatement &) const = default;
 };
+
+// What running the statement at byte `offset` of `script` sends: the statement whose range holds
+// the offset; for an offset between statements (blanks, delimiters, DELIMITER lines, comments of
+// no statement) the one before it, and before the first statement the first. A statement that
+// `statements` would cut again on its own, one holding semicolons from a DELIMITER block, comes
+// between DELIMITER lines of a delimiter it does not contain. Empty when there is nothing to run:
+// no statements, or one that reads as a DELIMITER line itself (possible after CR LF line ends).
+// Throws AppError as `statements` does.
+std::string statementToRunAt(std::string_view script, std::size_t offset);
 
 // The same splitting over a script that arrives in pieces of any size, so a file of any length
 // is split with memory for the statement being read and one piece. Pieces may cut anywhere,
@@ -63,6 +77,7 @@ private:
     bool delimiterAt(std::size_t i) const;
     void setDelimiter(std::string_view delimiter);
     void appendSpanUpTo(std::size_t end);
+    std::size_t scriptOffset(std::size_t index) const;
     std::int64_t lineAt(std::size_t pos);
     void finishStatement();
 
@@ -74,6 +89,10 @@ private:
     std::string m_current; // the pending statement, assembled from spans of the text
     std::int64_t m_currentLine = 1; // the line on which m_current begins
     std::size_t m_spanStart = 0; // start of the text not yet copied into m_current
+    std::size_t m_erased = 0; // script bytes dropped from the front of m_buffer so far
+    // Where m_current's pieces came from: (offset in m_current, offset in the script), one entry
+    // per stretch of the script, so only a DELIMITER line inside a statement adds a second.
+    std::vector<std::pair<std::size_t, std::size_t>> m_pieces;
     std::size_t m_position = 0; // where scanning resumes in m_buffer
     std::size_t m_countedUpTo = 0; // m_buffer position up to which line feeds are counted
     std::int64_t m_linesBefore = 0; // line feeds before m_countedUpTo

@@ -529,6 +529,14 @@ void ServerSession::setTabSQL(const QUuid &tab, const std::string &sql)
     });
 }
 
+void ServerSession::markTabEdited(const QUuid &tab)
+{
+    QueryTab *target = findTab(tab);
+    if (target && !target->dirty) {
+        changeTabs([target](QueryTabs &) { target->dirty = true; });
+    }
+}
+
 void ServerSession::setTabResultIndex(const QUuid &tab, std::int64_t index)
 {
     QueryTab *target = findTab(tab);

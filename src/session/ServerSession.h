@@ -134,6 +134,8 @@ public:
     void reportProgress(const std::string &text, int percent = -1);
     // The editor's text of a tab; marks it dirty when it changed.
     void setTabSQL(const QUuid &tab, const std::string &sql);
+    // The editor changed a tab's text and hands it over later (a large script): only the mark.
+    void markTabEdited(const QUuid &tab);
     void setTabResultIndex(const QUuid &tab, std::int64_t index);
 
     // Connection.

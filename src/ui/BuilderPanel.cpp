@@ -6,6 +6,7 @@
 #include "ui/BuilderColumnRow.h"
 #include "ui/BuilderFilterRow.h"
 #include "ui/BuilderJoinRow.h"
+#include "ui/FindBar.h"
 #include "ui/FormParts.h"
 #include "ui/SQLEditor.h"
 #include "ui/Symbols.h"
@@ -76,8 +77,8 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     , m_direction(new QComboBox)
     , m_limit(new QSpinBox)
     , m_preview(new SQLEditor(true))
-    , m_copy(new QPushButton(QStringLiteral("Copy generated SQL")))
-    , m_open(new QPushButton(QStringLiteral("Open in SQL editor")))
+    , m_copy(new QPushButton(symbolIcon(Symbol::copy), QStringLiteral("Copy generated SQL")))
+    , m_open(new QPushButton(symbolIcon(Symbol::editor), QStringLiteral("Open in SQL editor")))
 {
     auto *title = new QLabel(QStringLiteral("Query builder"));
     QFont titleFont = title->font();
@@ -182,6 +183,7 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     sideLayout->setContentsMargins(8, 0, 0, 0);
     sideLayout->addWidget(previewTitle);
     sideLayout->addWidget(m_preview, 1);
+    sideLayout->addWidget(new FindBar(*m_preview));
     sideLayout->addLayout(noteTitle);
     sideLayout->addWidget(captionLabel(QStringLiteral(
         "Include every primary-key column for each table you want to edit. Open in the SQL editor, run it, then "

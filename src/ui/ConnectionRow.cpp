@@ -8,6 +8,7 @@
 
 #include <QContextMenuEvent>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMenu>
 #include <QVBoxLayout>
@@ -23,6 +24,7 @@ ConnectionRow::ConnectionRow(AppStore &store, const ConnectionProfile &profile, 
 {
     setObjectName(QStringLiteral("connectionRow"));
     setCursor(Qt::PointingHandCursor);
+    setFocusPolicy(Qt::StrongFocus);
     setAccessibleName(QString::fromStdString(profile.name));
     auto *mark = new QLabel;
     mark->setFixedSize(10, 10);
@@ -70,9 +72,13 @@ ServerSession *ConnectionRow::session() const
 void ConnectionRow::setSelected(bool selected)
 {
     m_selected = selected;
-    setStyleSheet(selected ? QStringLiteral("#connectionRow { background: #dff3f1; border-radius: 8px; }")
-                           : QStringLiteral("#connectionRow { background: transparent; border-radius: 8px; }"
-                                            "#connectionRow:hover { background: #eef1f4; }"));
+    // The border is always there, transparent until the row has keyboard focus, so gaining focus
+    // does not shift the row's contents.
+    setStyleSheet((selected ? QStringLiteral("#connectionRow { background: #dff3f1; }")
+                            : QStringLiteral("#connectionRow { background: transparent; }"
+                                             "#connectionRow:hover { background: #eef1f4; }"))
+        + QStringLiteral("#connectionRow { border: 1px solid transparent; border-radius: 8px; }"
+                         "#connectionRow:focus { border-color: #0f8f87; }"));
 }
 
 void ConnectionRow::refreshState()
@@ -136,6 +142,26 @@ QList<QAction *> ConnectionRow::menuActions(QObject *owner)
     });
     actions << toggle << edit << duplicate << remove;
     return actions;
+}
+
+void ConnectionRow::keyPressEvent(QKeyEvent *event)
+{
+    switch (event->key()) {
+    case Qt::Key_Up:
+        Q_EMIT stepRequested(-1);
+        return;
+    case Qt::Key_Down:
+        Q_EMIT stepRequested(1);
+        return;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        if (m_store) {
+            m_store->connect(m_profile);
+        }
+        return;
+    default:
+        QFrame::keyPressEvent(event);
+    }
 }
 
 void ConnectionRow::mousePressEvent(QMouseEvent *event)

@@ -14,8 +14,9 @@ class AppStore;
 class ServerSession;
 
 // One saved connection in the sidebar: colour mark, name, endpoint, a lock when read-only, and
-// the state of its session. Clicking selects it, double-clicking connects, and the context menu
-// connects, edits, duplicates or removes it.
+// the state of its session. Clicking selects it, double-clicking or Enter connects, and the
+// context menu connects, edits, duplicates or removes it. The arrow keys ask the sidebar for a
+// neighbouring row.
 class ConnectionRow final : public QFrame
 {
     Q_OBJECT
@@ -30,7 +31,12 @@ public:
     // The context menu's actions, in order; built fresh so their enabling follows the session.
     QList<QAction *> menuActions(QObject *owner);
 
+Q_SIGNALS:
+    // The user asked for the row `step` places down (negative: up) with the keyboard.
+    void stepRequested(int step);
+
 protected:
+    void keyPressEvent(QKeyEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseDoubleClickEvent(QMouseEvent *event) override;
     void contextMenuEvent(QContextMenuEvent *event) override;

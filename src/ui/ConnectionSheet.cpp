@@ -4,6 +4,7 @@
 #include "session/ProfileTest.h"
 #include "store/AppStore.h"
 #include "ui/FormParts.h"
+#include "ui/PathField.h"
 #include "ui/ProfileColors.h"
 #include "ui/RevealablePasswordField.h"
 #include "ui/SshTunnelSection.h"
@@ -78,7 +79,7 @@ ConnectionSheet::ConnectionSheet(
     , m_tls(new QComboBox)
     , m_tlsHelp(captionLabel({}))
     , m_caRow(new QWidget)
-    , m_caPath(new QLineEdit)
+    , m_caPath(new PathField)
     , m_readOnly(new QCheckBox(QStringLiteral("Open this connection in read-only mode")))
     , m_tunnel(new SshTunnelSection)
     , m_color(new QComboBox)
@@ -126,9 +127,13 @@ ConnectionSheet::ConnectionSheet(
     QObject::connect(m_save, &QPushButton::clicked, this, &ConnectionSheet::saveConnection);
     showTLSMode();
     m_name->setFocus(Qt::OtherFocusReason);
-    loadPassword();
-    if (tunnel && tunnel->auth != SshAuth::agent) {
-        loadSshSecret();
+    // A profile that was never saved has no secrets in the keyring (a duplicate's stay with the
+    // original), so there is nothing to wait for, and no keyring error to show for them.
+    if (!m_isNew) {
+        loadPassword();
+        if (tunnel && tunnel->auth != SshAuth::agent) {
+            loadSshSecret();
+        }
     }
 }
 

@@ -76,7 +76,8 @@ protected:
 Q_SIGNALS:
     void testingChanged(bool testing);
     void errorTextChanged(const QString &text);
-    // The stored password arrived (or could not be read) after opening; likewise the SSH secret.
+    // A saved profile's stored password arrived (or could not be read) after opening; likewise
+    // the SSH secret. A new profile loads neither.
     void passwordLoaded();
     void sshSecretLoaded();
 

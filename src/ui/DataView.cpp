@@ -144,6 +144,8 @@ void DataView::refreshGrid()
         return;
     }
     m_grid->refresh(m_session->tableResult(), !m_session->profile().readOnly, m_session->selectedRow());
+    // The page on screen was read in the session's order, so the mark follows the result.
+    m_grid->showSortOrder(m_session->sortColumn(), m_session->sortDescending());
     refreshControls();
 }
 

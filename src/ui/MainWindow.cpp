@@ -30,6 +30,17 @@ namespace tallowick
 namespace
 {
 
+// Gives the focused widget the first key of `sequence`, as if typed there.
+void sendKeyToFocus(const QKeySequence &sequence)
+{
+    QWidget *focus = QApplication::focusWidget();
+    if (!focus || sequence.isEmpty()) {
+        return;
+    }
+    QKeyEvent press(QEvent::KeyPress, sequence[0].key(), sequence[0].keyboardModifiers());
+    QCoreApplication::sendEvent(focus, &press);
+}
+
 // Sends a standard edit command (undo, cut, copy, paste, selectAll) to the focused widget.
 // Views without such a slot (the result grid) get the command's key instead, which they handle.
 void sendToFocus(const char *slot, QKeySequence::StandardKey key)
@@ -43,12 +54,7 @@ void sendToFocus(const char *slot, QKeySequence::StandardKey key)
         QMetaObject::invokeMethod(focus, slot);
         return;
     }
-    const QKeySequence sequence(key);
-    if (sequence.isEmpty()) {
-        return;
-    }
-    QKeyEvent press(QEvent::KeyPress, sequence[0].key(), sequence[0].keyboardModifiers());
-    QCoreApplication::sendEvent(focus, &press);
+    sendKeyToFocus(QKeySequence(key));
 }
 
 } // namespace
@@ -141,9 +147,25 @@ void MainWindow::buildMenus()
             sendToFocus(command.slot, command.key);
         });
     }
+    // Find and replace belong to the find bar of the focused editor, which answers these keys.
+    edit->addSeparator();
+    const std::pair<QString, QKeySequence> findCommands[] = {
+        { QStringLiteral("Find…"), QKeySequence(Qt::CTRL | Qt::Key_F) },
+        { QStringLiteral("Replace…"), QKeySequence(Qt::CTRL | Qt::Key_H) },
+        { QStringLiteral("Find Next"), QKeySequence(Qt::Key_F3) },
+        { QStringLiteral("Find Previous"), QKeySequence(Qt::SHIFT | Qt::Key_F3) },
+    };
+    for (const auto &command : findCommands) {
+        const QKeySequence keys = command.second;
+        edit->addAction(command.first, keys, this, [keys] { sendKeyToFocus(keys); });
+    }
 
     QMenu *query = bar->addMenu(QStringLiteral("Query"));
     query->addAction(QStringLiteral("Run Query"), QKeySequence(Qt::CTRL | Qt::Key_Return), this, &MainWindow::runQuery);
+    query->addAction(QStringLiteral("Run Statement at Cursor"),
+        QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Return),
+        this,
+        &MainWindow::runStatementAtCursor);
     query->addAction(
         QStringLiteral("Query Builder"), QKeySequence(Qt::CTRL | Qt::Key_B), this, &MainWindow::showBuilder);
 
@@ -215,6 +237,20 @@ void MainWindow::runQuery()
     flushEditor();
     if (ServerSession *session = m_store->active()) {
         session->run();
+    }
+}
+
+void MainWindow::runStatementAtCursor()
+{
+    // The editor being typed in, or else the query editor on show (focus may be in the results).
+    auto *editor = qobject_cast<SQLEditor *>(QApplication::focusWidget());
+    for (SQLEditor *candidate : findChildren<SQLEditor *>()) {
+        if (!editor && candidate->isVisible() && !candidate->isReadOnly()) {
+            editor = candidate;
+        }
+    }
+    if (editor) {
+        editor->runStatementAtCursor();
     }
 }
 

@@ -28,6 +28,7 @@ public:
     void openSQL();
     void saveSQL();
     void runQuery();
+    void runStatementAtCursor();
     void showBuilder();
     void toggleFullScreen();
     void showAbout();

@@ -94,6 +94,7 @@ ManagementForm::ManagementForm(ServerSession &session,
 
     refresh();
     updateButtons();
+    m_opened = true;
 }
 
 void ManagementForm::buildFields(QVBoxLayout *layout)
@@ -300,11 +301,19 @@ void ManagementForm::refresh()
 {
     try {
         requireTarget();
+    } catch (const AppError &refusal) {
+        m_preview->clear();
+        setErrorText(QString::fromStdString(refusal.message()));
+        return;
+    }
+    try {
         m_preview->setPlainText(text(generatedSQL(draft(), m_context)));
         setErrorText({});
     } catch (const AppError &refusal) {
         m_preview->clear();
-        setErrorText(QString::fromStdString(refusal.message()));
+        // A form nobody has touched yet is not a mistake: what is missing is said once the
+        // person edits a field or presses the acting button.
+        setErrorText(m_opened ? QString::fromStdString(refusal.message()) : QString());
     }
 }
 

@@ -60,6 +60,7 @@ private:
     void buildFields(QVBoxLayout *layout);
     QWidget *insertFields();
     QWidget *indexFields();
+    // Regenerates the statement. Every call after opening answers an edit of the fields.
     void refresh();
     // Refuses a form whose target the session had not chosen when it opened.
     void requireTarget() const;
@@ -79,6 +80,7 @@ private:
     QLineEdit *m_host = nullptr;
     QLineEdit *m_password = nullptr;
     QPlainTextEdit *m_preview;
+    bool m_opened = false;
 };
 
 } // namespace tallowick

@@ -13,8 +13,8 @@
 #include <QMenu>
 #include <QPainter>
 #include <QScopedValueRollback>
+#include <QStyle>
 #include <QStyledItemDelegate>
-#include <QTextBoundaryFinder>
 #include <algorithm>
 #include <functional>
 #include <limits>
@@ -26,33 +26,42 @@ namespace
 {
 
 constexpr int fixedRowHeight = 33;
-constexpr int minimumColumnWidth = 85;
+// A new column is as wide as its title and the first rows' values need, within these bounds: a
+// one-digit column stays findable, and one long text cannot push the others off screen.
+constexpr int narrowestColumn = 60;
+constexpr int widestColumn = 360;
+constexpr int sampledRows = 50;
+// The delegate's text margins on both sides and the grid line.
+constexpr int cellPadding = 18;
 // Every size of the grid is in device-independent pixels, the type included: 14 px monospace is
-// what the 8-px-per-character column widths and the 33 px rows are proportioned for.
+// what the 33 px rows are proportioned for.
 constexpr int cellFontSize = 14;
 constexpr int headerFontSize = 13;
 constexpr double gridLineOpacity = 0.35;
 // A cell is one elided line; laying out more text than the widest column could show only costs
 // time on values such as whole documents.
 constexpr qsizetype shownCharacters = 1024;
+// More than the widest column holds at any readable size; measuring beyond it changes nothing.
+constexpr qsizetype measuredCharacters = 80;
 
-// User-perceived characters, so an accented or combined name is measured like the text it shows.
-int characterCount(const QString &text)
+// The one line a cell shows for `text`: cut after shownCharacters, line breaks as spaces, since a
+// second line would be clipped by the row.
+QString oneLine(QString text)
 {
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    int count = 0;
-    while (finder.toNextBoundary() != -1) {
-        ++count;
+    if (text.size() > shownCharacters) {
+        qsizetype cut = shownCharacters;
+        if (text.at(cut - 1).isHighSurrogate()) {
+            --cut;
+        }
+        text.truncate(cut);
+        text.append(QChar(0x2026));
     }
-    return count;
-}
-
-// 8 px per character plus room for padding, capped so one long name cannot take the screen, and
-// never so narrow that a short name leaves no room for its values. The key sign is not counted.
-int defaultColumnWidth(const std::string &name)
-{
-    const int characters = std::min(characterCount(QString::fromStdString(name)), 1000);
-    return std::max(std::min(8 * characters + 45, 300), 140);
+    if (text.contains(QLatin1Char('\n')) || text.contains(QLatin1Char('\r'))) {
+        text.replace(QStringLiteral("\r\n"), QStringLiteral(" "));
+        text.replace(QLatin1Char('\n'), QLatin1Char(' '));
+        text.replace(QLatin1Char('\r'), QLatin1Char(' '));
+    }
+    return text;
 }
 
 // The in-place editor remembers which cell it edits and the text the cell showed, which is the
@@ -78,25 +87,7 @@ public:
     {
     }
 
-    QString displayText(const QVariant &value, const QLocale &) const override
-    {
-        QString text = value.toString();
-        if (text.size() > shownCharacters) {
-            qsizetype cut = shownCharacters;
-            if (text.at(cut - 1).isHighSurrogate()) {
-                --cut;
-            }
-            text.truncate(cut);
-            text.append(QChar(0x2026));
-        }
-        // One line per cell: a line break would otherwise start a second line clipped by the row.
-        if (text.contains(QLatin1Char('\n')) || text.contains(QLatin1Char('\r'))) {
-            text.replace(QStringLiteral("\r\n"), QStringLiteral(" "));
-            text.replace(QLatin1Char('\n'), QLatin1Char(' '));
-            text.replace(QLatin1Char('\r'), QLatin1Char(' '));
-        }
-        return text;
-    }
+    QString displayText(const QVariant &value, const QLocale &) const override { return oneLine(value.toString()); }
 
     QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &, const QModelIndex &) const override
     {
@@ -204,7 +195,7 @@ NativeGrid::NativeGrid(QWidget *parent)
     columns->setHighlightSections(false);
     columns->setStretchLastSection(false);
     columns->setSectionResizeMode(QHeaderView::Interactive);
-    columns->setMinimumSectionSize(minimumColumnWidth);
+    columns->setMinimumSectionSize(narrowestColumn);
     columns->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     columns->setTextElideMode(Qt::ElideRight);
 
@@ -345,18 +336,48 @@ void NativeGrid::paintEvent(QPaintEvent *event)
     }
 }
 
+void NativeGrid::showSortOrder(const std::string &column, bool descending)
+{
+    QHeaderView *header = horizontalHeader();
+    const std::vector<Field> &fields = m_model->result().fields;
+    const auto found
+        = std::find_if(fields.begin(), fields.end(), [&column](const Field &field) { return field.name == column; });
+    if (column.empty() || found == fields.end()) {
+        header->setSortIndicatorShown(false);
+        return;
+    }
+    header->setSortIndicator(
+        static_cast<int>(found - fields.begin()), descending ? Qt::DescendingOrder : Qt::AscendingOrder);
+    header->setSortIndicatorShown(true);
+}
+
+int NativeGrid::fittingWidth(int field) const
+{
+    // The title keeps room for the sort mark, so sorting by a column never cuts its title.
+    const QHeaderView *header = horizontalHeader();
+    const int headerMargin = style()->pixelMetric(QStyle::PM_HeaderMargin, nullptr, header);
+    const int sortMark = style()->pixelMetric(QStyle::PM_HeaderMarkSize, nullptr, header);
+    const QString title = m_model->headerData(field, Qt::Horizontal).toString();
+    int width = header->fontMetrics().horizontalAdvance(title) + 3 * headerMargin + sortMark;
+    const int rows = std::min(m_model->rowCount(), sampledRows);
+    for (int row = 0; row < rows && width < widestColumn; ++row) {
+        const QString shown = oneLine(m_model->cellText(row, field).left(measuredCharacters));
+        width = std::max(width, fontMetrics().horizontalAdvance(shown) + cellPadding);
+    }
+    return std::clamp(width, narrowestColumn, widestColumn);
+}
+
 void NativeGrid::resetColumns()
 {
     // A reset keeps the header's sections when the count matches, so a different set of
-    // columns has to be put back in field order at default widths by hand.
+    // columns has to be put back in field order and at fitting widths by hand.
     QHeaderView *header = horizontalHeader();
-    const std::vector<Field> &fields = m_model->result().fields;
     for (int field = 0; field < header->count(); ++field) {
         const int visual = header->visualIndex(field);
         if (visual != field) {
             header->moveSection(visual, field);
         }
-        header->resizeSection(field, defaultColumnWidth(fields[static_cast<std::size_t>(field)].name));
+        header->resizeSection(field, fittingWidth(field));
     }
 }
 

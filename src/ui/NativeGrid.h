@@ -32,11 +32,17 @@ public:
 
     // The host hands in a new value on every refresh. The same result (id, rows and editable
     // flag) reloads nothing; a result with the same column names reloads rows but keeps the
-    // user's column widths and order; anything else rebuilds the columns at default widths.
+    // user's column widths and order; anything else rebuilds the columns, each as wide as its
+    // title and its first rows' values need (within bounds).
     // A selectedRow inside the result selects that row; one outside it (while rows exist)
     // leaves the user's selection alone, so a host that has not caught up does not wipe it.
     void refresh(const QueryResult &result, bool editable, std::int64_t selectedRow);
     const QueryResult &result() const;
+
+    // Marks the column named `column` (its first field of that name) as the one the rows are
+    // sorted by; an empty name, or one the result lacks, shows no mark. The grid never sorts:
+    // the host says how the rows it handed in are ordered.
+    void showSortOrder(const std::string &column, bool descending);
 
     // The selected row, -1 when none.
     std::int64_t selectedRow() const;
@@ -58,6 +64,7 @@ protected:
 
 private:
     void resetColumns();
+    int fittingWidth(int field) const;
     void selectRowQuietly(std::int64_t row);
     void syncSelection(std::int64_t selectedRow);
     void finishEdit(int row, int field, const QString &text);

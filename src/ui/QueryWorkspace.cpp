@@ -1,8 +1,10 @@
 #include "ui/QueryWorkspace.h"
 
 #include "session/ServerSession.h"
+#include "ui/FindBar.h"
 #include "ui/NativeGrid.h"
 #include "ui/SQLEditor.h"
+#include "ui/Symbols.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>
@@ -106,7 +108,7 @@ QueryWorkspace::QueryWorkspace(ServerSession &session, QWidget *parent)
     toolbar->addWidget(m_run);
     toolbar->addWidget(m_explain);
     toolbar->addWidget(m_transaction);
-    toolbar->addWidget(note(QStringLiteral("Ctrl+↵ runs selection or script")));
+    toolbar->addWidget(note(QStringLiteral("Ctrl+↵ runs selection or script, Ctrl+Shift+↵ statement at cursor")));
     toolbar->addStretch(1);
     toolbar->addWidget(m_open);
     toolbar->addWidget(m_save);
@@ -144,8 +146,16 @@ QueryWorkspace::QueryWorkspace(ServerSession &session, QWidget *parent)
     results->setMinimumHeight(160);
     m_editor->setMinimumHeight(130);
 
+    // The find bar sits under the text it searches, inside the editor's pane.
+    auto *editorPane = new QWidget;
+    auto *editorLayout = new QVBoxLayout(editorPane);
+    editorLayout->setContentsMargins(0, 0, 0, 0);
+    editorLayout->setSpacing(0);
+    editorLayout->addWidget(m_editor, 1);
+    editorLayout->addWidget(new FindBar(*m_editor));
+
     auto *split = new QSplitter(Qt::Vertical);
-    split->addWidget(m_editor);
+    split->addWidget(editorPane);
     split->addWidget(results);
     split->setChildrenCollapsible(false);
     split->setSizes({ 260, 400 });
@@ -180,6 +190,7 @@ QueryWorkspace::QueryWorkspace(ServerSession &session, QWidget *parent)
         m_editorText = text.toStdString();
         m_session->setTabSQL(m_editorTab, m_editorText);
     });
+    QObject::connect(m_editor, &SQLEditor::editPending, this, [this] { m_session->markTabEdited(m_editorTab); });
     QObject::connect(m_editor, &SQLEditor::runRequested, this, [this](const std::optional<QString> &selection) {
         m_session->run(selection ? std::optional<std::string>(selection->toStdString()) : std::nullopt);
     });
@@ -208,6 +219,13 @@ QueryWorkspace::QueryWorkspace(ServerSession &session, QWidget *parent)
     QObject::connect(&session, &ServerSession::columnsChanged, this, &QueryWorkspace::refreshCompletions);
     QObject::connect(&session, &ServerSession::tablesChanged, this, &QueryWorkspace::refreshCompletions);
     QObject::connect(&session, &ServerSession::databaseChanged, this, &QueryWorkspace::refreshCompletions);
+    QObject::connect(&session, &ServerSession::databasesChanged, this, &QueryWorkspace::refreshCompletions);
+    QObject::connect(&session, &ServerSession::catalogChanged, this, &QueryWorkspace::refreshCompletions);
+    QObject::connect(m_editor, &SQLEditor::catalogNeeded, this, [this](const QString &database) {
+        if (m_session) {
+            m_session->requestCatalog(database.toStdString());
+        }
+    });
     refreshTabs();
     refreshEditor();
     refreshResult();
@@ -229,7 +247,7 @@ void QueryWorkspace::refreshTabs()
         const QString title
             = QString::fromStdString(tabs[i].title) + (tabs[i].dirty ? QStringLiteral(" •") : QString());
         if (static_cast<int>(i) >= m_tabs->count()) {
-            m_tabs->addTab(title);
+            m_tabs->addTab(symbolIcon(Symbol::editor), title);
         } else if (m_tabs->tabText(static_cast<int>(i)) != title) {
             m_tabs->setTabText(static_cast<int>(i), title);
         }
@@ -310,6 +328,7 @@ void QueryWorkspace::refreshCompletions()
         }
     }
     m_editor->setCompletionWords(words);
+    m_editor->setCatalog(std::make_shared<const SchemaCatalog>(m_session->catalog()), m_session->database());
 }
 
 void QueryWorkspace::explain()

@@ -1,8 +1,12 @@
 #include "ui/RevealablePasswordField.h"
 
+#include "ui/Symbols.h"
+
 #include <QHBoxLayout>
 #include <QLineEdit>
+#include <QStyle>
 #include <QToolButton>
+#include <algorithm>
 
 namespace tallowick
 {
@@ -21,13 +25,17 @@ RevealablePasswordField::RevealablePasswordField(QWidget *parent)
     m_toggle->setObjectName(QStringLiteral("revealPassword"));
     m_toggle->setCheckable(true);
     m_toggle->setAutoRaise(true);
+    m_toggle->setToolButtonStyle(Qt::ToolButtonIconOnly);
+    m_toggle->setCursor(Qt::ArrowCursor);
 
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(4);
+    layout->setSpacing(0);
     layout->addWidget(m_masked, 1);
     layout->addWidget(m_plain, 1);
-    layout->addWidget(m_toggle);
+    // Over the fields, not beside them: whichever field shows keeps the button at its right end.
+    m_toggle->setParent(this);
+    m_toggle->raise();
     setFocusProxy(m_masked);
 
     // The masked field holds the one true text; the plain field mirrors it, and edits made in
@@ -86,10 +94,29 @@ void RevealablePasswordField::setRevealed(bool revealed)
     updateToggle();
 }
 
+void RevealablePasswordField::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    placeToggle();
+}
+
+void RevealablePasswordField::placeToggle()
+{
+    // A square inside the field's frame; the text stops short of it.
+    const int frame = style()->pixelMetric(QStyle::PM_DefaultFrameWidth, nullptr, m_masked) + 1;
+    const int side = std::max(height() - 2 * frame, 0);
+    m_toggle->setGeometry(width() - frame - side, frame, side, side);
+    m_toggle->setIconSize(QSize(side, side) * 2 / 3);
+    for (QLineEdit *field : { m_masked, m_plain }) {
+        field->setTextMargins(0, 0, side, 0);
+    }
+}
+
 void RevealablePasswordField::updateToggle()
 {
     const bool revealed = isRevealed();
     const QString label = revealed ? QStringLiteral("Hide password") : QStringLiteral("Show password");
+    m_toggle->setIcon(symbolIcon(revealed ? Symbol::eyeOff : Symbol::eye));
     m_toggle->setText(label);
     m_toggle->setToolTip(label);
     m_toggle->setAccessibleName(label);

@@ -9,8 +9,9 @@ namespace tallowick
 {
 
 // A password entry that can show its text in clear: a masked field and a plain field sharing one
-// text, only one of them visible, and a button that switches between them. Switching never
-// loses the text, and keyboard focus follows the visible field so typing carries on.
+// text, only one of them visible, and a button at the field's right end that switches between
+// them. Switching never loses the text, and keyboard focus follows the visible field so typing
+// carries on. The button sits inside the field, so the entry is as wide as any other field.
 class RevealablePasswordField final : public QWidget
 {
     Q_OBJECT
@@ -33,8 +34,12 @@ public:
 Q_SIGNALS:
     void textChanged(const QString &text);
 
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+
 private:
     void updateToggle();
+    void placeToggle();
 
     QLineEdit *m_masked;
     QLineEdit *m_plain;

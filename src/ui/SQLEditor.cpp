@@ -1,13 +1,18 @@
 #include "ui/SQLEditor.h"
 
+#include "core/AppError.h"
+#include "core/ScriptSplitter.h"
 #include "ui/SqlHighlighter.h"
 
 #include <QAbstractItemView>
 #include <QCompleter>
+#include <QElapsedTimer>
 #include <QFontDatabase>
 #include <QKeyEvent>
+#include <QLabel>
 #include <QPainter>
 #include <QScrollBar>
+#include <QSet>
 #include <QStringListModel>
 #include <QTextBlock>
 #include <QTimer>
@@ -88,7 +93,8 @@ SQLEditor::SQLEditor(bool readOnly, QWidget *parent)
     , m_highlighter(new SqlHighlighter(document()))
     , m_completer(new QCompleter(this))
     , m_completionModel(new QStringListModel(this))
-    , m_editPause(new QTimer(this))
+    , m_loadTimer(new QTimer(this))
+    , m_loadLabel(new QLabel(this))
 {
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     // Device-independent pixels, like the grid's 14: as points (20 px at 96 dpi) the script
@@ -129,29 +135,98 @@ SQLEditor::SQLEditor(bool readOnly, QWidget *parent)
         if (m_replacingText || m_highlighter->isRecoloring()) {
             return;
         }
-        // Handing a multi-megabyte script to the host on every keystroke would make typing lag,
-        // so large texts are handed over once the typing pauses (or before anything uses them).
+        // Copying a multi-megabyte script for the host on every keystroke would make typing
+        // lag, so a large text is handed over only when something needs it.
         if (document()->characterCount() > largeTextCharacters) {
-            m_pendingEdit = true;
-            m_editPause->start();
+            if (!m_pendingEdit) {
+                m_pendingEdit = true;
+                Q_EMIT editPending();
+            }
             return;
         }
         Q_EMIT sqlEdited(toPlainText());
     });
-    m_editPause->setSingleShot(true);
-    m_editPause->setInterval(300);
-    QObject::connect(m_editPause, &QTimer::timeout, this, &SQLEditor::flushEdits);
+    m_loadTimer->setInterval(0);
+    QObject::connect(m_loadTimer, &QTimer::timeout, this, &SQLEditor::loadNextPiece);
+    m_loadLabel->setObjectName(QStringLiteral("loadProgress"));
+    m_loadLabel->setAutoFillBackground(true);
+    m_loadLabel->setContentsMargins(10, 4, 10, 4);
+    m_loadLabel->hide();
     QObject::connect(this, &QPlainTextEdit::cursorPositionChanged, this, &SQLEditor::updateCaret);
 }
 
 void SQLEditor::setSQL(const QString &text)
 {
-    if (documentForm(text) == sql()) {
+    QString form = documentForm(text);
+    // The length first: comparing with a large document's text would copy all of it.
+    if (!isLoading() && form.size() + 1 == document()->characterCount() && form == sql()) {
         return;
     }
+    stopLoading();
     m_replacingText = true;
-    setPlainText(text);
+    if (form.size() <= largeTextCharacters) {
+        setPlainText(form);
+        m_replacingText = false;
+        return;
+    }
+    setPlainText(QString());
     m_replacingText = false;
+    // Loaded in pieces between paints: laying out and colouring 20 MB at once would hold the
+    // window for seconds. Nothing may be typed into a text that is still arriving.
+    document()->setUndoRedoEnabled(false);
+    m_readOnlyBeforeLoad = isReadOnly();
+    if (!m_readOnlyBeforeLoad) {
+        setReadOnly(true);
+    }
+    m_loadText = std::move(form);
+    m_loadOffset = 0;
+    m_loadLabel->setText(QStringLiteral("Loading script… 0%"));
+    m_loadLabel->adjustSize();
+    m_loadLabel->move(viewport()->geometry().right() - m_loadLabel->width() - 12, 12);
+    m_loadLabel->show();
+    m_loadTimer->start();
+}
+
+void SQLEditor::loadNextPiece()
+{
+    // Whole lines of about 64 KB, for at most a few dozen milliseconds per turn of the event loop.
+    constexpr qsizetype pieceCharacters = 64 * 1024;
+    constexpr qint64 turnMilliseconds = 30;
+    QElapsedTimer clock;
+    clock.start();
+    QTextCursor end(document());
+    end.movePosition(QTextCursor::End);
+    m_replacingText = true;
+    while (m_loadOffset < m_loadText.size() && clock.elapsed() < turnMilliseconds) {
+        const qsizetype lineEnd
+            = m_loadText.indexOf(u'\n', std::min(m_loadOffset + pieceCharacters, m_loadText.size()));
+        const qsizetype next = lineEnd < 0 ? m_loadText.size() : lineEnd + 1;
+        end.insertText(m_loadText.mid(m_loadOffset, next - m_loadOffset));
+        m_loadOffset = next;
+    }
+    m_replacingText = false;
+    if (m_loadOffset < m_loadText.size()) {
+        m_loadLabel->setText(QStringLiteral("Loading script… %1%").arg(m_loadOffset * 100 / m_loadText.size()));
+        return;
+    }
+    stopLoading();
+    moveCursor(QTextCursor::Start);
+    Q_EMIT loaded();
+}
+
+void SQLEditor::stopLoading()
+{
+    if (!isLoading()) {
+        return;
+    }
+    m_loadTimer->stop();
+    m_loadText.clear();
+    m_loadOffset = -1;
+    m_loadLabel->hide();
+    if (!m_readOnlyBeforeLoad) {
+        setReadOnly(false);
+    }
+    document()->setUndoRedoEnabled(true);
 }
 
 QString SQLEditor::sql() const
@@ -205,6 +280,11 @@ void SQLEditor::keyPressEvent(QKeyEvent *event)
 
     const Qt::KeyboardModifiers modifiers = event->modifiers();
     // Keypad Enter arrives as Key_Enter, so it never runs anything.
+    if (event->key() == Qt::Key_Return && modifiers == (Qt::ControlModifier | Qt::ShiftModifier)) {
+        runStatementAtCursor();
+        event->accept();
+        return;
+    }
     if (event->key() == Qt::Key_Return && modifiers.testFlag(Qt::ControlModifier)) {
         const QTextCursor cursor = textCursor();
         std::optional<QString> selection;
@@ -259,9 +339,67 @@ QTextCursor SQLEditor::partialWordCursor() const
     return cursor;
 }
 
+void SQLEditor::setCatalog(std::shared_ptr<const SchemaCatalog> catalog, const std::string &currentDatabase)
+{
+    m_catalog = std::move(catalog);
+    m_currentDatabase = currentDatabase;
+    if (m_completer->popup()->isVisible()) {
+        showCompletions();
+    }
+}
+
+QStringList SQLEditor::completionsAtCursor()
+{
+    const QString partial = partialWordCursor().selectedText();
+    if (!m_catalog) {
+        return completionsFor(partial);
+    }
+    // Whole lines around the cursor, never the whole script: a statement rarely spans more, and
+    // a 20 MB script must not be copied per keystroke.
+    constexpr int linesBefore = 200;
+    constexpr int linesAfter = 50;
+    const QTextCursor at = textCursor();
+    QTextBlock first = at.block();
+    for (int i = 0; i < linesBefore && first.previous().isValid(); ++i) {
+        first = first.previous();
+    }
+    QTextBlock last = at.block();
+    for (int i = 0; i < linesAfter && last.next().isValid(); ++i) {
+        last = last.next();
+    }
+    QTextCursor span(document());
+    span.setPosition(first.position());
+    span.setPosition(last.position() + last.length() - 1, QTextCursor::KeepAnchor);
+    const QString window = span.selectedText().replace(QChar::ParagraphSeparator, u'\n');
+    const qsizetype split = at.position() - first.position();
+    const QByteArray before = window.left(split).toUtf8();
+    const QByteArray text = before + window.mid(split).toUtf8();
+    const CompletionList list = completeAt(*m_catalog,
+        m_currentDatabase,
+        std::string_view(text.constData(), static_cast<std::size_t>(text.size())),
+        static_cast<std::size_t>(before.size()));
+    for (const std::string &database : list.missingDatabases) {
+        Q_EMIT catalogNeeded(QString::fromStdString(database));
+    }
+    QStringList result;
+    QSet<QString> seen;
+    for (const CompletionItem &item : list.items) {
+        result << QString::fromStdString(item.text);
+        seen.insert(result.back().toLower());
+    }
+    if (!list.namesOnly) {
+        for (const QString &word : completionsFor(partial)) {
+            if (!seen.contains(word.toLower())) {
+                result << word;
+            }
+        }
+    }
+    return result;
+}
+
 void SQLEditor::showCompletions()
 {
-    const QStringList candidates = completionsFor(partialWordCursor().selectedText());
+    const QStringList candidates = completionsAtCursor();
     m_completionModel->setStringList(candidates);
     QAbstractItemView *popup = m_completer->popup();
     if (candidates.isEmpty()) {
@@ -269,7 +407,19 @@ void SQLEditor::showCompletions()
         return;
     }
     QRect anchor = cursorRect();
-    anchor.setWidth(popup->sizeHintForColumn(0) + popup->verticalScrollBar()->sizeHint().width());
+    // Measured on the longest names only: asking the view would lay out every row, and a FROM in
+    // a large schema offers thousands.
+    QStringList longest = candidates;
+    const qsizetype measured = std::min<qsizetype>(longest.size(), 20);
+    std::partial_sort(
+        longest.begin(), longest.begin() + measured, longest.end(), [](const QString &a, const QString &b) {
+            return a.size() > b.size();
+        });
+    int width = 0;
+    for (qsizetype i = 0; i < measured; ++i) {
+        width = std::max(width, popup->fontMetrics().horizontalAdvance(longest[i]));
+    }
+    anchor.setWidth(width + 24 + popup->verticalScrollBar()->sizeHint().width());
     m_completer->complete(anchor);
 }
 
@@ -310,11 +460,27 @@ bool SQLEditor::event(QEvent *event)
     return QPlainTextEdit::event(event);
 }
 
+void SQLEditor::runStatementAtCursor()
+{
+    flushEdits();
+    const QString script = toPlainText();
+    const QByteArray utf8 = script.toUtf8();
+    const auto offset = QStringView(script).first(textCursor().position()).toUtf8().size();
+    std::string statement;
+    try {
+        statement = SQL::statementToRunAt(std::string_view(utf8.constData(), static_cast<std::size_t>(utf8.size())),
+            static_cast<std::size_t>(offset));
+    } catch (const AppError &) {
+        // The session's own split of the same text fails the same way and says so.
+        statement = utf8.toStdString();
+    }
+    Q_EMIT runRequested(QString::fromStdString(statement));
+}
+
 void SQLEditor::flushEdits()
 {
     if (m_pendingEdit) {
         m_pendingEdit = false;
-        m_editPause->stop();
         Q_EMIT sqlEdited(toPlainText());
     }
 }

@@ -59,6 +59,14 @@ SessionView::SessionView(AppStore &store, ServerSession &session, QWidget *paren
         button->setCheckable(true);
         button->setFlat(true);
         button->setObjectName(QStringLiteral("modeButton"));
+        // The same padding around every title: a minimum button width would put more air around
+        // the short titles than the long ones.
+        button->setStyleSheet(QStringLiteral(
+            "QPushButton { padding: 4px 10px; border: 1px solid transparent; border-radius: 6px; background: "
+            "transparent; }"
+            "QPushButton:hover { background: #eef1f4; }"
+            "QPushButton:checked { background: #dff3f1; border-color: #b9e2dd; color: #0b6e68; }"
+            "QPushButton:focus { border-color: #0f8f87; }"));
         m_modes->addButton(button, static_cast<int>(mode));
         modeBar->addWidget(button);
     }

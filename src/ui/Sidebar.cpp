@@ -13,6 +13,7 @@
 #include <QPushButton>
 #include <QScrollArea>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace tallowick
 {
@@ -101,6 +102,9 @@ void Sidebar::rebuild()
     if (!m_store) {
         return;
     }
+    // Selecting a row rebuilds the list; keyboard focus moves on to the new row of the selection.
+    const bool rowHadFocus
+        = std::any_of(m_rows.begin(), m_rows.end(), [](const ConnectionRow *row) { return row->hasFocus(); });
     for (ConnectionRow *row : m_rows) {
         m_listLayout->removeWidget(row);
         row->deleteLater();
@@ -116,10 +120,34 @@ void Sidebar::rebuild()
         }
         auto *row = new ConnectionRow(*m_store, profile);
         row->setSelected(m_store->selected() == profile.id);
+        QObject::connect(
+            row, &ConnectionRow::stepRequested, this, [this, row](int offset) { moveSelection(row, offset); });
         m_rows.push_back(row);
         m_listLayout->addWidget(row);
     }
+    // Tab enters the list once, at the selected row (or the first), and the arrows move inside it.
+    const auto current = std::find_if(m_rows.begin(), m_rows.end(), [this](const ConnectionRow *row) {
+        return m_store->selected() == row->profile().id;
+    });
+    ConnectionRow *entry = current != m_rows.end() ? *current : m_rows.empty() ? nullptr : m_rows.front();
+    for (ConnectionRow *row : m_rows) {
+        row->setFocusPolicy(row == entry ? Qt::StrongFocus : Qt::ClickFocus);
+    }
+    if (rowHadFocus && entry) {
+        entry->show(); // a new row shows itself only later, and a hidden one cannot take focus
+        entry->setFocus(Qt::OtherFocusReason);
+    }
     placeNavigator();
+}
+
+void Sidebar::moveSelection(const ConnectionRow *from, int offset)
+{
+    const auto at = std::find(m_rows.begin(), m_rows.end(), from);
+    if (at == m_rows.end() || !m_store) {
+        return;
+    }
+    const auto target = std::clamp<std::ptrdiff_t>((at - m_rows.begin()) + offset, 0, std::ssize(m_rows) - 1);
+    m_store->setSelected(m_rows[static_cast<std::size_t>(target)]->profile().id);
 }
 
 void Sidebar::placeNavigator()

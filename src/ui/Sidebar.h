@@ -31,6 +31,8 @@ public:
 
 private:
     void rebuild();
+    // Selects the row `offset` places from `from`, stopping at either end.
+    void moveSelection(const ConnectionRow *from, int offset);
     void refreshStates();
     void placeNavigator();
 

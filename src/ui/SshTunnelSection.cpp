@@ -1,6 +1,7 @@
 #include "ui/SshTunnelSection.h"
 
 #include "ui/FormParts.h"
+#include "ui/PathField.h"
 #include "ui/RevealablePasswordField.h"
 
 #include <QCheckBox>
@@ -50,7 +51,7 @@ SshTunnelSection::SshTunnelSection(QWidget *parent)
     , m_user(new QLineEdit)
     , m_auth(new QComboBox)
     , m_keyRow(new QWidget)
-    , m_keyFile(new QLineEdit)
+    , m_keyFile(new PathField)
     , m_secret(new RevealablePasswordField)
     , m_verifyConflict(errorLabel(QStringLiteral("sshVerifyConflict")))
 {

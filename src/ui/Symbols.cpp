@@ -20,8 +20,16 @@ const char *fileName(Symbol symbol)
     switch (symbol) {
     case Symbol::brand:
         return "brand";
+    case Symbol::copy:
+        return "copy";
     case Symbol::database:
         return "database";
+    case Symbol::editor:
+        return "editor";
+    case Symbol::eye:
+        return "eye";
+    case Symbol::eyeOff:
+        return "eye-off";
     case Symbol::filter:
         return "filter";
     case Symbol::key:

@@ -5,6 +5,7 @@
 #include "core/QueryLogJson.h"
 #include "core/RowPredicate.h"
 #include "core/ScriptSplitter.h"
+#include "core/SqlCompletion.h"
 #include "core/SqlQuoting.h"
 #include "core/StatementReview.h"
 #include "support/Checks.h"
@@ -135,9 +136,13 @@ class TestCore final : public QObject
 
 private Q_SLOTS:
     void quoting();
+    void completesFromTheCatalogInContext_data();
+    void completesFromTheCatalogInContext();
     void splits_data();
     void splits();
     void streamsWithLineNumbers();
+    void statementToRunAtTheCursor_data();
+    void statementToRunAtTheCursor();
     void splitsLargeScriptsInOnePass();
     void insertRowsOnlyOfPlainInserts();
     void commentOnlyMatchesThePattern();
@@ -306,17 +311,18 @@ void TestCore::splits()
     QCOMPARE(streamed(everyByte), whole);
 }
 
-// Each statement knows the line it starts on, counted over the pieces it came in.
+// Each statement knows the line it starts on and the bytes its text spans, counted over the pieces
+// it came in; a DELIMITER line inside the last statement is within its span, not its text.
 void TestCore::streamsWithLineNumbers()
 {
     const std::string script = "-- header\n\nSELECT 1;  SELECT\r\n2;\nDELIMITER $$\n\n"
                                "CREATE PROCEDURE p() BEGIN\n SELECT ';'; END$$\nDELIMITER ;\n"
-                               "SELECT 'a\nb';\n/* c */ SELECT 4";
-    const std::vector<SQL::ScriptStatement> expected { { "-- header\n\nSELECT 1", 1 },
-        { "SELECT\r\n2", 3 },
-        { "CREATE PROCEDURE p() BEGIN\n SELECT ';'; END", 7 },
-        { "SELECT 'a\nb'", 10 },
-        { "/* c */ SELECT 4", 12 } };
+                               "SELECT 'a\nb';\n/* c */ SELECT 4\nDELIMITER //\n, 5 //";
+    const std::vector<SQL::ScriptStatement> expected { { "-- header\n\nSELECT 1", 1, 0, 19 },
+        { "SELECT\r\n2", 3, 22, 31 },
+        { "CREATE PROCEDURE p() BEGIN\n SELECT ';'; END", 7, 47, 90 },
+        { "SELECT 'a\nb'", 10, 105, 117 },
+        { "/* c */ SELECT 4\n, 5", 12, 119, 152 } };
     for (const std::size_t piece : { std::size_t(1), std::size_t(7), script.size() }) {
         SQL::StatementStream stream;
         std::vector<SQL::ScriptStatement> got;
@@ -335,6 +341,49 @@ void TestCore::streamsWithLineNumbers()
         QVERIFY2(got == expected, qPrintable(QStringLiteral("pieces of %1").arg(piece)));
         // Only the statement being read and the partial line are held, never what was split.
         QVERIFY(piece == script.size() || held < 80);
+    }
+}
+
+void TestCore::statementToRunAtTheCursor_data()
+{
+    QTest::addColumn<QByteArray>("script"); // "|" marks the cursor
+    QTest::addColumn<QByteArray>("expected");
+    QTest::newRow("inside the first") << QByteArray("SEL|ECT 1; SELECT 2") << QByteArray("SELECT 1");
+    QTest::newRow("right after its delimiter") << QByteArray("SELECT 1;| SELECT 2") << QByteArray("SELECT 1");
+    QTest::newRow("at the start of the next") << QByteArray("SELECT 1; |SELECT 2") << QByteArray("SELECT 2");
+    QTest::newRow("a comment of no statement belongs before")
+        << QByteArray("SELECT 1;\n/* no|te */;\n\nSELECT 2") << QByteArray("SELECT 1");
+    QTest::newRow("a comment leading a statement is part of it")
+        << QByteArray("SELECT 1;\n-- t|wo\nSELECT 2") << QByteArray("-- two\nSELECT 2");
+    QTest::newRow("before the first") << QByteArray(" | \n SELECT 1; SELECT 2") << QByteArray("SELECT 1");
+    QTest::newRow("after the last") << QByteArray("SELECT 1; SELECT 2;\n\n|") << QByteArray("SELECT 2");
+    QTest::newRow("on a DELIMITER line between two")
+        << QByteArray("SELECT 1;\nDELI|MITER $$\nSELECT 2$$") << QByteArray("SELECT 1");
+    QTest::newRow("DELIMITER block without semicolons goes as it is")
+        << QByteArray("DELIMITER //\nSELECT 1 //\nSELECT |2 //") << QByteArray("SELECT 2");
+    QTest::newRow("semicolons inside come between DELIMITER lines")
+        << QByteArray("SELECT 1;\nDELIMITER $$\nCREATE PROCEDURE p() BEGIN SELECT 1; E|ND$$\nDELIMITER ;\nSELECT 2;")
+        << QByteArray("DELIMITER $$\nCREATE PROCEDURE p() BEGIN SELECT 1; END\n$$");
+    QTest::newRow("with a delimiter the statement lacks")
+        << QByteArray("DELIMITER //\nCREATE PROCEDURE p() BEGIN SELECT '$$'; END|//")
+        << QByteArray("DELIMITER $$$\nCREATE PROCEDURE p() BEGIN SELECT '$$'; END\n$$$");
+    QTest::newRow("only comments") << QByteArray("-- nothing| to run") << QByteArray();
+    QTest::newRow("a statement that reads as a DELIMITER line runs nothing")
+        << QByteArray("SELECT 1;\r\nDELIMITER $$\r\nSELECT| 2$$") << QByteArray();
+}
+
+// What the editor's "run the statement at the cursor" sends: it must split back into exactly that
+// statement, as the session splits whatever it is given again.
+void TestCore::statementToRunAtTheCursor()
+{
+    QFETCH(QByteArray, script);
+    QFETCH(QByteArray, expected);
+    const qsizetype cursor = script.indexOf('|');
+    const QByteArray text = script.left(cursor) + script.mid(cursor + 1);
+    const std::string chosen = SQL::statementToRunAt(text.toStdString(), static_cast<std::size_t>(cursor));
+    QCOMPARE(bytes(chosen), expected);
+    if (!chosen.empty()) {
+        QCOMPARE(SQL::statements(chosen).size(), std::size_t(1));
     }
 }
 
@@ -761,6 +810,60 @@ void TestCore::historyFormat()
     large.date = at("1999-12-31T23:59:59.999Z");
     const std::vector<QueryLog> list { failed, text, large };
     QVERIFY(decodeQueryLogs(encodeQueryLogs(list)) == list);
+}
+
+void TestCore::completesFromTheCatalogInContext_data()
+{
+    QTest::addColumn<QString>("script"); // "|" marks the cursor
+    QTest::addColumn<QString>("expected"); // every item, in order
+    QTest::addColumn<QString>("missing"); // databases the catalog should load
+
+    // clang-format off
+    QTest::newRow("tables after FROM, then databases") << "SELECT * FROM |" << "customers,orders,order_view,crm,shop" << "";
+    QTest::newRow("narrowed, ignoring case") << "select * from OR|" << "orders,order_view" << "";
+    QTest::newRow("JOIN and UPDATE") << "SELECT 1 FROM orders JOIN c|" << "customers,crm" << "";
+    QTest::newRow("a FROM list after a comma") << "SELECT 1 FROM orders, cu|" << "customers" << "";
+    QTest::newRow("a comma in the select list is no table") << "SELECT id, cu| FROM orders" << "customer_id,CURDATE,CURRENT_DATE,CURRENT_TIMESTAMP" << "";
+    QTest::newRow("alias.") << "SELECT o.| FROM orders AS o" << "id,customer_id,total" << "";
+    QTest::newRow("alias without AS, narrowed") << "SELECT c.n| FROM customers c JOIN orders o ON o.customer_id = c.id"
+                                                << "name" << "";
+    QTest::newRow("table.") << "SELECT customers.| FROM customers" << "id,name" << "";
+    QTest::newRow("database.") << "SELECT * FROM crm.|" << "leads" << "crm";
+    QTest::newRow("database.table.") << "SELECT crm.leads.| FROM crm.leads" << "" << "crm";
+    QTest::newRow("another database's table, not loaded") << "SELECT l| FROM crm.leads" << "LEFT,LIKE,LIMIT,LAST_INSERT_ID,LEAST,LENGTH,LOCATE,LOWER,LPAD,LTRIM" << "crm";
+    QTest::newRow("columns of the statement's tables first") << "SELECT t| FROM orders WHERE 1" << "total,TABLE,TABLES,THEN,TRANSACTION,TRUNCATE,TIMESTAMPDIFF,TRIM" << "";
+    QTest::newRow("only the statement at the cursor") << "SELECT * FROM customers; SELECT na| FROM orders; SELECT 2 FROM customers"
+                                                      << "NATURAL" << "";
+    QTest::newRow("back-quoted names") << "SELECT x.| FROM `order_view` AS `x`" << "order_id" << "";
+    QTest::newRow("strings and comments are not read") << "SELECT 'FROM' /* FROM */, -- FROM\n id| FROM orders" << "id" << "";
+    // clang-format on
+}
+
+void TestCore::completesFromTheCatalogInContext()
+{
+    QFETCH(QString, script);
+    QFETCH(QString, expected);
+    QFETCH(QString, missing);
+    SchemaCatalog catalog;
+    catalog.databases = { "crm", "shop" };
+    catalog.tables["shop"] = { { "customers", "BASE TABLE" }, { "orders", "BASE TABLE" }, { "order_view", "VIEW" } };
+    catalog.tables["crm"] = { { "leads", "BASE TABLE" } };
+    catalog.columns["shop"] = { { "customers", { "id", "name" } },
+        { "orders", { "id", "customer_id", "total" } },
+        { "order_view", { "order_id" } } };
+    const std::string text = script.toStdString();
+    const std::size_t cursor = text.find('|');
+    const CompletionList list = completeAt(catalog, "shop", text.substr(0, cursor) + text.substr(cursor + 1), cursor);
+    QStringList items;
+    for (const CompletionItem &item : list.items) {
+        items << QString::fromStdString(item.text);
+    }
+    QCOMPARE(items.join(u','), expected);
+    QStringList needed;
+    for (const std::string &database : list.missingDatabases) {
+        needed << QString::fromStdString(database);
+    }
+    QCOMPARE(needed.join(u','), missing);
 }
 
 QTEST_GUILESS_MAIN(TestCore)

@@ -4,6 +4,7 @@
 #include "store/AppStore.h"
 #include "support/SessionHarness.h"
 #include "ui/ConnectionSheet.h"
+#include "ui/PathField.h"
 #include "ui/RevealablePasswordField.h"
 #include "ui/SshTunnelSection.h"
 
@@ -12,6 +13,7 @@
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QScopeGuard>
@@ -21,6 +23,8 @@
 #include <QThreadPool>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <functional>
 
 using namespace tallowick;
 using namespace tallowick::test;
@@ -31,19 +35,44 @@ constexpr int timeout = 30000;
 struct SheetFixture {
     SessionHarness harness;
     QTemporaryDir folder;
-    AppStore store { folder.path().toStdString(), harness.keychain, harness.prompts };
+    std::unique_ptr<AppStore> store = started();
 
     // Keyring reads and connection tests still running must not outlive the keyring.
     ~SheetFixture() { QThreadPool::globalInstance()->waitForDone(); }
 
-    // Opens the sheet; with `loaded`, waits until the stored password has arrived.
+    // Opens the sheet; for a saved profile with `loaded`, waits until its stored password has
+    // arrived. A new profile has none to wait for.
     std::unique_ptr<ConnectionSheet> open(const ConnectionProfile &profile, bool loaded = true)
     {
-        store.openConnectionSheet(profile);
-        auto sheet = std::make_unique<ConnectionSheet>(store, profile);
+        const bool saved = std::ranges::any_of(
+            store->profiles(), [&profile](const ConnectionProfile &each) { return each.id == profile.id; });
+        store->openConnectionSheet(profile);
+        auto sheet = std::make_unique<ConnectionSheet>(*store, profile);
         sheet->show();
         QSignalSpy arrived(sheet.get(), &ConnectionSheet::passwordLoaded);
-        return !loaded || arrived.wait(timeout) ? std::move(sheet) : nullptr;
+        return !saved || !loaded || arrived.wait(timeout) ? std::move(sheet) : nullptr;
+    }
+
+    // The store as a run of the program starts it: the profiles read from the folder, and no
+    // password remembered yet.
+    std::unique_ptr<AppStore> started()
+    {
+        return std::make_unique<AppStore>(folder.path().toStdString(),
+            std::make_shared<Keychain>(harness.secretStore, std::make_shared<CredentialMemoryCache>()),
+            harness.prompts);
+    }
+
+    // Saves a profile with the server's password in an earlier run: the next one finds the
+    // profile on file and its password only in the keyring.
+    bool savedEarlier(const ConnectionProfile &profile)
+    {
+        std::optional<std::optional<std::string>> outcome;
+        store->save(profile, harness.server.password, [&outcome](const auto &error) { outcome = error; });
+        if (!QTest::qWaitFor([&outcome] { return outcome.has_value(); }, timeout) || *outcome) {
+            return false;
+        }
+        store = started();
+        return true;
     }
 };
 
@@ -54,6 +83,37 @@ static bool save(ConnectionSheet &sheet)
     QSignalSpy errors(&sheet, &ConnectionSheet::errorTextChanged);
     sheet.saveButton()->click();
     return QTest::qWaitFor([&] { return !accepted.empty() || !errors.empty(); }, timeout) && !accepted.empty();
+}
+
+// What the sheet's layout cuts off, one line per piece: a visible widget reaching past the
+// sheet's edges, a wrapped label given fewer lines than its text needs, the TLS picker squeezed.
+static QStringList clippedParts(const ConnectionSheet &sheet)
+{
+    QStringList clipped;
+    for (const QWidget *part : sheet.findChildren<QWidget *>()) {
+        if (!part->isVisible() || part->isWindow()) {
+            continue;
+        }
+        const QRect place(part->mapTo(&sheet, QPoint(0, 0)), part->size());
+        const auto *label = qobject_cast<const QLabel *>(part);
+        const QString name
+            = QStringLiteral("%1 \"%2\" at %3,%4 %5x%6")
+                  .arg(QString::fromLatin1(part->metaObject()->className()), label ? label->text() : part->objectName())
+                  .arg(place.x())
+                  .arg(place.y())
+                  .arg(place.width())
+                  .arg(place.height());
+        if (!sheet.rect().contains(place)) {
+            clipped << name + QStringLiteral(" outside the sheet");
+        }
+        if (label && label->wordWrap() && label->height() < label->heightForWidth(label->width())) {
+            clipped << name + QStringLiteral(" needs %1 px").arg(label->heightForWidth(label->width()));
+        }
+    }
+    if (sheet.tlsPicker()->height() < sheet.tlsPicker()->minimumSizeHint().height()) {
+        clipped << QStringLiteral("the TLS picker is squeezed");
+    }
+    return clipped;
 }
 
 // The connection sheet over a real store, a fake keyring and the disposable server, and its
@@ -112,7 +172,8 @@ private Q_SLOTS:
                 : QStringLiteral("(not tested)");
         };
         const std::string version = fixture.harness.server.connect(profile)->version();
-        // The stored password, then a typed one, which wins.
+        // The password as typed, right or wrong.
+        sheet->passwordField()->setText(QString::fromStdString(fixture.harness.server.password));
         QCOMPARE(result(), QString::fromStdString("Connected · MySQL " + version + " · unencrypted TCP"));
         sheet->passwordField()->setText(QStringLiteral("wrong"));
         QVERIFY2(result().startsWith(QStringLiteral("MySQL 1045: ")), qPrintable(sheet->testMessage()));
@@ -126,7 +187,7 @@ private Q_SLOTS:
         sheet->portField()->setText(QStringLiteral("33o6"));
         QCOMPARE(result(), QStringLiteral("(not tested)"));
         QCOMPARE(sheet->errorText(), QStringLiteral("The port must be between 1 and 65535."));
-        QVERIFY(fixture.store.profiles().empty() && fixture.harness.secrets.writes == 0);
+        QVERIFY(fixture.store->profiles().empty() && fixture.harness.secrets.writes == 0);
 
         profile.name = "Staging";
         profile.host = "db.staging.test";
@@ -152,38 +213,127 @@ private Q_SLOTS:
         QVERIFY(!save(*sheet));
         QCOMPARE(sheet->errorText(), QStringLiteral("The keyring could not save the password (3)."));
         QVERIFY(save(*sheet));
-        QCOMPARE(fixture.store.profiles(), std::vector<ConnectionProfile> { profile });
+        QCOMPARE(fixture.store->profiles(), std::vector<ConnectionProfile> { profile });
         QCOMPARE(fixture.harness.secrets.items[uuidText(profile.id)], std::string("p@ss word"));
-        QCOMPARE(fixture.store.selected(), std::optional<QUuid>(profile.id));
+        QCOMPARE(fixture.store->selected(), std::optional<QUuid>(profile.id));
     }
 
-    // Until the stored password arrives, saving the untouched field would delete it, and a test
-    // would try an empty one; what the user types meanwhile is never overwritten.
     void tunnelSection();
+
+    // A CA path too long for its field shows its start and its file name, the whole of it in the
+    // tool tip and while it is edited; the profile always gets the whole path.
+    void longCAPathShowsItsEnds()
+    {
+        SheetFixture fixture;
+        const auto sheet = fixture.open(fixture.harness.profile("Long path"));
+        sheet->tlsPicker()->setCurrentText(QStringLiteral("Verify certificate"));
+        QVERIFY(QTest::qWaitForWindowExposed(sheet.get()));
+        auto *field = qobject_cast<PathField *>(sheet->caPathField());
+        QVERIFY(field);
+        const QString path = QStringLiteral("/home/ann/projects/%1/tls/ca.pem").arg(QString(60, u'x'));
+        field->setText(path);
+        QVERIFY2(field->shownText().startsWith(QStringLiteral("/home/"))
+                && field->shownText().endsWith(QStringLiteral("x/tls/ca.pem"))
+                && field->shownText().contains(QChar(0x2026)),
+            qPrintable(field->shownText()));
+        QCOMPARE(field->toolTip(), path);
+        field->setFocus();
+        QCOMPARE(field->shownText(), path);
+        QCOMPARE(sheet->profile().caPath, path.toStdString());
+        field->setText(QStringLiteral("/etc/ca.pem")); // short enough: shown as it is
+        sheet->nameField()->setFocus();
+        QCOMPARE(field->shownText(), QStringLiteral("/etc/ca.pem"));
+    }
+
+    // The sheet grows and shrinks with what it shows, so nothing is ever cut off: a wrapping
+    // TLS help and the CA row, an error, the tunnel's rows.
+    void sheetFitsWhatItShows()
+    {
+        SheetFixture fixture;
+        const auto sheet = fixture.open(fixture.harness.profile("Fitted"));
+        QVERIFY(sheet && QTest::qWaitForWindowExposed(sheet.get()));
+        const QList<std::pair<QString, std::function<void()>>> steps {
+            { QStringLiteral("opened"), [] {} },
+            { QStringLiteral("Verify certificate"),
+                [&sheet] { sheet->tlsPicker()->setCurrentText(QStringLiteral("Verify certificate")); } },
+            { QStringLiteral("an error"),
+                [&sheet] {
+                    sheet->portField()->setText(QStringLiteral("33o6"));
+                    sheet->testButton()->click();
+                } },
+            { QStringLiteral("the SSH tunnel"),
+                [&sheet] {
+                    sheet->tunnelSection()->enabledToggle()->setChecked(true);
+                    sheet->tunnelSection()->authPicker()->setCurrentText(QStringLiteral("Private key file"));
+                } },
+        };
+        for (const auto &[step, act] : steps) {
+            act();
+            QTest::qWait(50);
+            QVERIFY2(clippedParts(*sheet).isEmpty(), qPrintable(step + u'\n' + clippedParts(*sheet).join(u'\n')));
+        }
+        QVERIFY(sheet->isCARowVisible() && !sheet->errorText().isEmpty());
+        QVERIFY(sheet->tunnelSection()->hostField()->isVisible() && sheet->tunnelSection()->isVerifyConflictShown());
+        // The secret fields end where the others do, their reveal buttons inside them.
+        const auto rightEdge
+            = [&sheet](const QWidget *field) { return field->mapTo(sheet.get(), field->rect().topRight()).x(); };
+        for (const RevealablePasswordField *field : { sheet->passwordField(), sheet->tunnelSection()->secretField() }) {
+            QVERIFY(field->maskedField()->isVisible());
+            QCOMPARE(rightEdge(field->maskedField()), rightEdge(sheet->nameField()));
+            QVERIFY(field->maskedField()->geometry().contains(field->toggleButton()->geometry()));
+        }
+    }
+
+    // Until a saved profile's password arrives, saving the untouched field would delete it, and a
+    // test would try an empty one; what the user types meanwhile is never overwritten.
+    void storedPasswordArrivesAfterOpening_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<bool>("keyringFails");
+        QTest::newRow("untouched") << QString() << false;
+        QTest::newRow("typed before it arrives") << QStringLiteral("typed first") << false;
+        QTest::newRow("keyring locked") << QString() << true;
+    }
 
     void storedPasswordArrivesAfterOpening()
     {
-        for (const bool keyringFails : { false, true }) {
-            SheetFixture fixture;
-            const ConnectionProfile profile = fixture.harness.profile("Loaded");
-            fixture.harness.secrets.nextFailure
-                = keyringFails ? std::optional(SecretOutcome::failed(3, "Keyring locked")) : std::nullopt;
-            const auto sheet = fixture.open(profile, false);
-            QSignalSpy loaded(sheet.get(), &ConnectionSheet::passwordLoaded);
-            QVERIFY(!sheet->saveButton()->isEnabled() && !sheet->testButton()->isEnabled());
-            if (!keyringFails) {
-                sheet->passwordField()->setText(QStringLiteral("typed first"));
-                QVERIFY(sheet->saveButton()->isEnabled() && sheet->testButton()->isEnabled());
-            }
-            QVERIFY(loaded.wait(timeout));
-            QCOMPARE(
-                sheet->errorText().startsWith("Could not access the saved password: Keyring locked."), keyringFails);
-            QCOMPARE(sheet->passwordField()->text(), keyringFails ? QString() : QStringLiteral("typed first"));
-            // After a failure the user types the password again, and saving stores it.
-            sheet->passwordField()->setText(QStringLiteral("retyped"));
-            QVERIFY(save(*sheet));
-            QCOMPARE(fixture.harness.secrets.items[uuidText(profile.id)], std::string("retyped"));
+        QFETCH(QString, typed);
+        QFETCH(bool, keyringFails);
+        SheetFixture fixture;
+        const ConnectionProfile profile = fixture.harness.profile("Loaded");
+        QVERIFY(fixture.savedEarlier(profile));
+        fixture.harness.secrets.nextFailure
+            = keyringFails ? std::optional(SecretOutcome::failed(3, "Keyring locked")) : std::nullopt;
+        const auto sheet = fixture.open(profile, false);
+        QSignalSpy loaded(sheet.get(), &ConnectionSheet::passwordLoaded);
+        QVERIFY(!sheet->saveButton()->isEnabled() && !sheet->testButton()->isEnabled());
+        if (!typed.isEmpty()) {
+            sheet->passwordField()->setText(typed);
+            QVERIFY(sheet->saveButton()->isEnabled() && sheet->testButton()->isEnabled());
         }
+        QVERIFY(loaded.wait(timeout));
+        QCOMPARE(sheet->errorText().startsWith("Could not access the saved password: Keyring locked."), keyringFails);
+        const QString stored = QString::fromStdString(fixture.harness.server.password);
+        QCOMPARE(sheet->passwordField()->text(), keyringFails ? QString() : typed.isEmpty() ? stored : typed);
+        // After a failure the user types the password again, and saving stores it.
+        sheet->passwordField()->setText(QStringLiteral("retyped"));
+        QVERIFY(save(*sheet));
+        QCOMPARE(fixture.harness.secrets.items[uuidText(profile.id)], std::string("retyped"));
+    }
+
+    // A new profile has nothing stored: the sheet neither waits nor reads, so a broken keyring
+    // is no error there.
+    void newProfileLoadsNoPassword()
+    {
+        SheetFixture fixture;
+        fixture.harness.secrets.nextFailure = SecretOutcome::failed(3, "Keyring locked");
+        const auto sheet = fixture.open(fixture.harness.profile("Brand new"));
+        QVERIFY(sheet->saveButton()->isEnabled() && sheet->testButton()->isEnabled());
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::processEvents();
+        QCOMPARE(sheet->errorText(), QString());
+        QCOMPARE(fixture.harness.secrets.reads, 0);
+        QCOMPARE(sheet->passwordField()->text(), QString());
     }
 };
 
@@ -234,7 +384,8 @@ void TestConnectionSheet::tunnelSection()
     sheet->tlsPicker()->setCurrentText(QStringLiteral("Require encryption"));
     QVERIFY(!section->isVerifyConflictShown());
 
-    // Both hops, with the passphrase as typed.
+    // Both hops, with the password and the passphrase as typed.
+    sheet->passwordField()->setText(QString::fromStdString(fixture.harness.server.password));
     section->portField()->setText(QString::number(ssh.port));
     section->keyFileField()->setText(QString::fromStdString(ssh.passphraseKey));
     section->secretField()->setText(QString::fromStdString(ssh.passphrase));
@@ -246,9 +397,9 @@ void TestConnectionSheet::tunnelSection()
 
     QVERIFY(save(*sheet));
     const SshTunnelSettings saved { "127.0.0.1", ssh.port, ssh.user, SshAuth::keyFile, ssh.passphraseKey };
-    QCOMPARE(fixture.store.tunnel(profile.id), saved);
+    QCOMPARE(fixture.store->tunnel(profile.id), saved);
     QCOMPARE(fixture.harness.secrets.items[uuidText(sshSecretID(profile.id))], ssh.passphrase);
-    sheet = std::make_unique<ConnectionSheet>(fixture.store, profile, saved);
+    sheet = std::make_unique<ConnectionSheet>(*fixture.store, profile, saved);
     QSignalSpy secretLoaded(sheet.get(), &ConnectionSheet::sshSecretLoaded);
     QVERIFY(secretLoaded.wait(timeout));
     QCOMPARE(sheet->tunnelSection()->tunnel(), saved);

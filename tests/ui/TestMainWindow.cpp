@@ -19,6 +19,7 @@
 #include "ui/Sidebar.h"
 #include "ui/WelcomeView.h"
 
+#include <QApplication>
 #include <QClipboard>
 #include <QFile>
 #include <QGuiApplication>
@@ -172,6 +173,63 @@ private Q_SLOTS:
         QCOMPARE(fixture.store.profiles().size(), std::size_t(3));
     }
 
+    // The saved connections work from the keyboard: Tab enters the list once, at the selected
+    // row; the arrows move the selection, and the focus with it, stopping at either end; Enter
+    // connects, as a double-click does.
+    void sidebarRowsWorkFromTheKeyboard()
+    {
+        WindowFixture fixture;
+        std::vector<ConnectionProfile> profiles;
+        for (const char *name : { "First", "Second", "Third" }) {
+            profiles.push_back(fixture.harness.profile(name));
+            bool saved = false;
+            fixture.store.save(
+                profiles.back(), fixture.harness.server.password, [&saved](const auto &) { saved = true; });
+            QVERIFY(QTest::qWaitFor([&saved] { return saved; }, 10000));
+        }
+        QVERIFY(fixture.showActive());
+        Sidebar *sidebar = fixture.window.rootView()->sidebar();
+        const auto focusedRow = [sidebar] {
+            for (const ConnectionRow *row : sidebar->rows()) {
+                if (row->hasFocus()) {
+                    return QString::fromStdString(row->profile().name);
+                }
+            }
+            return QStringLiteral("(none)");
+        };
+        const auto press = [](Qt::Key key, Qt::KeyboardModifiers modifiers = {}) {
+            QTest::keyClick(QApplication::focusWidget(), key, modifiers);
+        };
+        sidebar->searchField()->setFocus();
+        for (int tab = 0; tab < 4 && focusedRow() == "(none)"; ++tab) {
+            press(Qt::Key_Tab);
+        }
+        QCOMPARE(focusedRow(), QStringLiteral("First"));
+        press(Qt::Key_Tab);
+        QCOMPARE(focusedRow(), QStringLiteral("(none)"));
+        press(Qt::Key_Backtab, Qt::ShiftModifier);
+        QCOMPARE(focusedRow(), QStringLiteral("First"));
+
+        QStringList visited;
+        for (const Qt::Key key : { Qt::Key_Down, Qt::Key_Down, Qt::Key_Down, Qt::Key_Up, Qt::Key_Up, Qt::Key_Up }) {
+            press(key);
+            const auto selected = std::find_if(profiles.begin(), profiles.end(), [&fixture](const auto &profile) {
+                return fixture.store.selected() == profile.id;
+            });
+            visited << focusedRow() + u'/'
+                    + (selected == profiles.end() ? QStringLiteral("-") : QString::fromStdString(selected->name));
+        }
+        QCOMPARE(visited,
+            QStringList(
+                { "Second/Second", "Third/Third", "Third/Third", "Second/Second", "First/First", "First/First" }));
+
+        press(Qt::Key_Down);
+        QVERIFY(fixture.store.sessions().empty());
+        press(Qt::Key_Return);
+        QVERIFY(fixture.store.active() && fixture.store.active()->id() == profiles[1].id);
+        QVERIFY(settle(*fixture.store.active()) && fixture.store.active()->connected());
+    }
+
     // New Query Tab and Run Query act on the active session only, the welcome page staying until
     // there is one. In the editor, Ctrl+Return runs the selection, although Run Query has the same
     // keys for any focus inside the window; elsewhere that runs the whole tab.
@@ -230,8 +288,8 @@ private Q_SLOTS:
         QVERIFY(settle(*session));
     }
 
-    // A large script's latest typing waits in the editor for a pause; quitting before the pause must
-    // still see the tab as unsaved.
+    // A large script's latest typing waits in the editor until something needs it; the tab is
+    // marked unsaved at once, and quitting asks about it.
     void closingRightAfterTypingAsksAboutTheUnsavedTab()
     {
         WindowFixture fixture;
@@ -239,10 +297,12 @@ private Q_SLOTS:
         QVERIFY(workspace);
         const QString script = QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 1);
         fixture.store.active()->newTab(script.toStdString());
+        QVERIFY(QTest::qWaitFor([workspace] { return !workspace->editor()->isLoading(); }, 20000));
         QVERIFY(!fixture.store.active()->tabs().back().dirty);
         workspace->editor()->setFocus();
         QTest::keyClicks(workspace->editor(), QStringLiteral("x"));
         QVERIFY(workspace->editor()->hasPendingEdit());
+        QVERIFY(fixture.store.active()->tabs().back().dirty); // marked at once, the text still held
         QVERIFY(!fixture.window.close());
         QCOMPARE(fixture.asked(), QStringList { "Quit with unsaved query tabs?" });
     }
@@ -288,7 +348,15 @@ private Q_SLOTS:
         QCOMPARE(b.session->filter(), std::string("tenth"));
         QCOMPARE(b.session->page(), qint64(0));
         // A header click sorts by that column; a second click on it turns the direction around.
+        // The header marks the column and direction the page was read in, also when the sort
+        // was set elsewhere.
         QHeaderView *header = b.view->grid()->horizontalHeader();
+        QVERIFY(!header->isSortIndicatorShown());
+        const auto mark = [header] {
+            return header->isSortIndicatorShown()
+                ? QStringLiteral("%1 %2").arg(header->sortIndicatorSection()).arg(header->sortIndicatorOrder())
+                : QStringLiteral("none");
+        };
         for (const bool descending : { false, true }) {
             b.session->setPage(1);
             QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, { header->sectionViewportPosition(1) + 20, 10 });
@@ -296,7 +364,12 @@ private Q_SLOTS:
             QCOMPARE(b.session->sortColumn(), std::string("name"));
             QCOMPARE(b.session->sortDescending(), descending);
             QCOMPARE(b.session->page(), qint64(0));
+            QCOMPARE(mark(), QStringLiteral("1 %1").arg(descending ? Qt::DescendingOrder : Qt::AscendingOrder));
         }
+        b.session->setSortColumn("id");
+        b.session->browse();
+        QVERIFY(settle(*b.session));
+        QCOMPARE(mark(), QStringLiteral("0 %1").arg(Qt::DescendingOrder));
         // The structure list's selected row is the column the edit form opens for.
         MetadataView structure(*b.session);
         structure.show();

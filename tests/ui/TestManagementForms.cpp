@@ -122,6 +122,25 @@ private Q_SLOTS:
         QCOMPARE(form->previewText(), "CREATE USER ' bob'@'%' IDENTIFIED BY CONVERT(X'70772731' USING utf8mb4);");
     }
 
+    // A form nobody has typed in yet names nothing as missing; an edit, or the acting button,
+    // brings the refusal.
+    void refusalsWaitForTheUser()
+    {
+        for (const bool edit : { true, false }) {
+            const auto form = open(ManagementSheet::createTable);
+            QCOMPARE(form->errorText(), QString());
+            QVERIFY(form->previewText().isEmpty());
+            if (edit) {
+                QTest::keyClicks(part(*form, "name"), "x");
+                QTest::keyClick(part(*form, "name"), Qt::Key_Backspace);
+            } else {
+                apply(*form, { true });
+            }
+            QCOMPARE(form->errorText(), QStringLiteral("Enter a table name."));
+            QVERIFY(m_harness.prompts.asked.empty());
+        }
+    }
+
     // Refused fields ask and send nothing. Then a schema change asks to review its statement, an
     // account its own question; declined, nothing is sent; confirmed, the disconnected session's
     // refusal shows in the open form.

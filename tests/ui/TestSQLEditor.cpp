@@ -1,18 +1,25 @@
+#include "ui/FindBar.h"
 #include "ui/SQLEditor.h"
 #include "ui/SqlColoring.h"
 #include "ui/SqlHighlighter.h"
+#include "ui/TextSearch.h"
 
 #include <QAbstractItemView>
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
 #include <QClipboard>
 #include <QCompleter>
 #include <QDebug>
 #include <QGuiApplication>
+#include <QLineEdit>
 #include <QPlainTextDocumentLayout>
 #include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTextBlock>
 #include <QTextLayout>
+#include <QVBoxLayout>
 #include <memory>
 
 using namespace tallowick;
@@ -102,6 +109,56 @@ void select(SQLEditor &editor, int from, int to)
     cursor.setPosition(to, QTextCursor::KeepAnchor);
     editor.setTextCursor(cursor);
 }
+
+// Matches as "start+length" in order, or "invalid" for a pattern that does not compile.
+QString matchList(const QString &text, const QString &pattern, const SearchOptions &options)
+{
+    const QRegularExpression expression = searchExpression(pattern, options);
+    if (!expression.isValid()) {
+        return expression.errorString().isEmpty() ? QStringLiteral("invalid, without a reason")
+                                                  : QStringLiteral("invalid");
+    }
+    const TextMatches matches(text, expression);
+    QStringList found;
+    for (const TextMatch &match : matches.listed()) {
+        found << QStringLiteral("%1+%2").arg(match.start).arg(match.length);
+    }
+    return found.join(u' ');
+}
+
+// An editor and its find bar in a window of their own, so focus moves as it does for a user.
+struct EditorWithFindBar {
+    QWidget window;
+    SQLEditor *editor;
+    FindBar *bar;
+
+    explicit EditorWithFindBar(const QString &text, bool readOnly = false)
+        : editor(new SQLEditor(readOnly))
+        , bar(new FindBar(*editor))
+    {
+        auto *layout = new QVBoxLayout(&window);
+        layout->addWidget(editor);
+        layout->addWidget(bar);
+        // Like the results under the query editor: where the focus would go by itself.
+        layout->addWidget(new QLineEdit);
+        editor->setSQL(text);
+    }
+
+    bool show()
+    {
+        window.show();
+        window.activateWindow();
+        return QTest::qWaitForWindowActive(&window);
+    }
+
+    QString selection() const
+    {
+        const QTextCursor cursor = editor->textCursor();
+        return QStringLiteral("%1+%2")
+            .arg(cursor.selectionStart())
+            .arg(cursor.selectionEnd() - cursor.selectionStart());
+    }
+};
 
 } // namespace
 
@@ -312,6 +369,47 @@ private Q_SLOTS:
         QCOMPARE(editor.textCursor().position(), 18);
     }
 
+    // With a catalog, what Ctrl+Space offers depends on where the cursor stands: names alone after
+    // FROM or "alias.", columns before keywords and the host's phrases elsewhere; a database the
+    // catalog lacks is asked for; typing narrows the open list.
+    void completionsInContext()
+    {
+        auto catalog = std::make_shared<SchemaCatalog>();
+        catalog->databases = { "crm", "shop" };
+        catalog->tables["shop"] = { { "orders", "BASE TABLE" }, { "order_view", "VIEW" } };
+        catalog->columns["shop"] = { { "orders", { "id", "count_total" } } };
+        SQLEditor editor;
+        editor.setCatalog(catalog, "shop");
+        QSignalSpy needed(&editor, &SQLEditor::catalogNeeded);
+        const auto offeredAt = [&editor](const QString &script) {
+            const qsizetype cursor = script.indexOf(u'|');
+            editor.setSQL(QString(script).remove(cursor, 1));
+            QTextCursor at = editor.textCursor();
+            at.setPosition(static_cast<int>(cursor));
+            editor.setTextCursor(at);
+            return editor.completionsAtCursor().join(u',');
+        };
+        QCOMPARE(offeredAt(QStringLiteral("SELECT 1;\nSELECT * FROM o|")), QStringLiteral("orders,order_view"));
+        QCOMPARE(offeredAt(QStringLiteral("SELECT o.| FROM orders o")), QStringLiteral("id,count_total"));
+        QCOMPARE(offeredAt(QStringLiteral("SELECT cou| FROM orders")), QStringLiteral("count_total,COUNT,COUNT(*)"));
+        QVERIFY(needed.isEmpty());
+        QCOMPARE(offeredAt(QStringLiteral("SELECT * FROM crm.|")), QString());
+        QCOMPARE(needed.size(), 1);
+        QCOMPARE(needed[0][0].toString(), QStringLiteral("crm"));
+
+        editor.setSQL(QStringLiteral("SELECT * FROM "));
+        editor.moveCursor(QTextCursor::End);
+        editor.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&editor));
+        QTest::keyClick(&editor, Qt::Key_Space, Qt::ControlModifier);
+        QAbstractItemView *popup = editor.findChild<QCompleter *>()->popup();
+        QVERIFY(popup->isVisible());
+        QCOMPARE(popup->model()->rowCount(), 4); // two tables, two databases
+        QTest::keyClicks(&editor, QStringLiteral("order_"));
+        QCOMPARE(popup->model()->rowCount(), 1);
+        QCOMPARE(popup->model()->index(0, 0).data().toString(), QStringLiteral("order_view"));
+    }
+
     // Each keystroke reports the whole text, and only keystrokes do: a closing quote turns the first
     // line into a string, and the highlighter's going back to colour it is no edit of the user's.
     // The host echoes every edit back, maybe with CR LF where the document has "\n": the same text
@@ -346,25 +444,229 @@ private Q_SLOTS:
         }
     }
 
-    void largeScriptEditsReachTheHostOnceTypingPauses()
+    // A large script arrives in pieces, read-only until complete, and without undo history; its
+    // edits mark the tab at once but hand the text over only when it is needed, never on a pause.
+    void largeScriptsLoadInPiecesAndHandEditsOverWhenNeeded()
     {
         SQLEditor editor;
-        editor.setSQL(QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 1));
+        QSignalSpy loaded(&editor, &SQLEditor::loaded);
+        const QString script = QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 1);
+        editor.setSQL(script);
+        QVERIFY(editor.isLoading() && editor.isReadOnly());
+        QVERIFY(editor.sql().size() < script.size());
+        QVERIFY(loaded.wait(20000));
+        QCOMPARE(editor.sql(), script);
+        QVERIFY(!editor.isLoading() && !editor.isReadOnly() && !editor.document()->isUndoAvailable());
+
         QSignalSpy edits(&editor, &SQLEditor::sqlEdited);
+        QSignalSpy pending(&editor, &SQLEditor::editPending);
         QSignalSpy runs(&editor, &SQLEditor::runRequested);
         editor.moveCursor(QTextCursor::End);
         QTest::keyClicks(&editor, "abc");
-        QCOMPARE(edits.count(), 0); // held back while typing goes on
-        QVERIFY(editor.hasPendingEdit());
+        QCOMPARE(edits.count(), 0);
+        QCOMPARE(pending.count(), 1);
         // Running hands the text over first, so the run sees what is on screen.
         QTest::keyClick(&editor, Qt::Key_Return, Qt::ControlModifier);
         QCOMPARE(edits.count(), 1);
         QCOMPARE(runs.count(), 1);
         QVERIFY(edits.at(0).at(0).toString().endsWith(QStringLiteral("abc")));
-        // A pause in typing hands it over by itself, once.
         QTest::keyClicks(&editor, "d");
-        QVERIFY(edits.wait(2000));
-        QCOMPARE(edits.count(), 2);
+        QCOMPARE(pending.count(), 2);
+        QTest::qWait(500);
+        QCOMPARE(edits.count(), 1);
+
+        // Another text replaces one still arriving.
+        editor.setSQL(script + QStringLiteral("-- again\n"));
+        QVERIFY(editor.isLoading());
+        editor.setSQL(QStringLiteral("SELECT 2"));
+        QVERIFY(!editor.isLoading() && !editor.isReadOnly());
+        QTest::qWait(50);
+        QCOMPARE(editor.sql(), QStringLiteral("SELECT 2"));
+    }
+
+    void searchOptions_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("pattern");
+        QTest::addColumn<QString>("options"); // c: match case, w: whole word, r: regular expression
+        QTest::addColumn<QString>("expected");
+        const auto row
+            = [](const char *name, const char *text, const char *pattern, const char *options, const char *expected) {
+                  QTest::newRow(name) << QString::fromUtf8(text) << QString::fromUtf8(pattern)
+                                      << QString::fromUtf8(options) << QString::fromUtf8(expected);
+              };
+        row("any case by default", "Select sELECT", "select", "", "0+6 7+6");
+        row("match case", "Select select", "select", "c", "7+6");
+        row("letters beyond ASCII in any case", "ÉTÉ été", "été", "", "0+3 4+3");
+        row("pattern characters are plain text", "a.b axb a\\.b", "a.b", "", "0+3");
+        row("regular expression", "a.b axb", "a.b", "r", "0+3 4+3");
+        row("whole word: no name character either side", "id user_id id2 $id éid id", "id", "w", "0+2 23+2");
+        row("whole word tries the other alternative", "ab abc cab", "ab|abc", "wr", "0+2 3+3");
+        row("^ and $ at line ends", "x\nyx\nx", "^x$", "r", "0+1 5+1");
+        row("empty matches are never found", "abc", "x*", "r", "");
+        row("invalid expression", "abc", "a(", "r", "invalid");
+        // Wrapped in a group for whole words, this one would compile.
+        row("invalid even where a wrapper would balance it", "a)(b", "a)(b", "wr", "invalid");
+        row("an invalid expression is plain text without Regex", "f(x", "(", "", "1+1");
+    }
+
+    void searchOptions()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, pattern);
+        QFETCH(QString, options);
+        QFETCH(QString, expected);
+        const SearchOptions chosen { options.contains(u'c'), options.contains(u'w'), options.contains(u'r') };
+        QCOMPARE(matchList(text, pattern, chosen), expected);
+    }
+
+    // \0 to \9, \n, \t and \\ in a regular expression's replacement; anything else as typed.
+    void replacementTakesGroups()
+    {
+        const QRegularExpressionMatch match
+            = QRegularExpression(QStringLiteral("(\\w+)@(\\w+)(x)?")).match(QStringLiteral("ann@host"));
+        QCOMPARE(expandReplacement(QStringLiteral("\\2 at \\1 (\\0)[\\3\\9]\\n\\t\\\\1 \\q \\"), match),
+            QStringLiteral("host at ann (ann@host)[]\n\t\\1 \\q \\"));
+    }
+
+    // Past the listed matches of a large text, stepping searches the text itself; wrapping backwards
+    // from the first match must reach the very last one, not the last listed.
+    void stepsPastTheListedMatches()
+    {
+        const qsizetype count = TextMatches::listLimit + 5;
+        const TextMatches matches(QStringLiteral("x ").repeated(count), searchExpression(QStringLiteral("x"), {}));
+        QVERIFY(!matches.complete());
+        QCOMPARE(matches.listed().size(), TextMatches::listLimit);
+        const qsizetype lastListed = 2 * (TextMatches::listLimit - 1);
+        QCOMPARE(matches.next(lastListed + 1), TextMatch({ lastListed + 2, 1 }));
+        QCOMPARE(matches.indexOf(*matches.next(lastListed + 1)), std::nullopt);
+        QCOMPARE(matches.previous(0), TextMatch({ 2 * (count - 1), 1 }));
+        QCOMPARE(matches.previous(2 * (count - 1)), TextMatch({ 2 * (count - 2), 1 }));
+        QCOMPARE(matches.next(2 * count), TextMatch({ 0, 1 }));
+        QCOMPARE(matches.indexOf({ lastListed, 1 }), std::optional<qsizetype>(TextMatches::listLimit - 1));
+    }
+
+    // Ctrl+F takes the selected line's text and finds from it; F3 and Enter step on, Shift back,
+    // round the ends; a changed option searches again from the selection; a pattern that finds
+    // nothing or does not compile leaves the selection. Escape hands the focus back. Ctrl+H opens
+    // the replace row in the editor, though a window shortcut has the same keys.
+    void findBarStepsThroughMatches()
+    {
+        EditorWithFindBar f(QStringLiteral("SELECT a;\nselect b;\nSelect c"));
+        QAction hide(QStringLiteral("Hide"));
+        hide.setShortcut(QKeySequence(Qt::CTRL | Qt::Key_H));
+        f.window.addAction(&hide);
+        QSignalSpy hidden(&hide, &QAction::triggered);
+        QVERIFY(f.show());
+        select(*f.editor, 10, 16);
+        f.editor->setFocus();
+        QTest::keyClick(f.editor, Qt::Key_F, Qt::ControlModifier);
+        QVERIFY(f.bar->isVisible() && !f.bar->replaceShown());
+        QCOMPARE(QApplication::focusWidget(), f.bar->findField());
+        QCOMPARE(f.bar->findField()->text(), QStringLiteral("select"));
+        QCOMPARE(f.bar->status(), QStringLiteral("2 of 3"));
+
+        QLineEdit *field = f.bar->findField();
+        const struct {
+            QWidget *target;
+            Qt::Key key;
+            Qt::KeyboardModifiers modifiers;
+            const char *selection, *status;
+        } steps[] = {
+            { field, Qt::Key_F3, {}, "20+6", "3 of 3" },
+            { field, Qt::Key_Return, {}, "0+6", "1 of 3" },
+            { field, Qt::Key_Return, Qt::ShiftModifier, "20+6", "3 of 3" },
+            { field, Qt::Key_F3, Qt::ShiftModifier, "10+6", "2 of 3" },
+            { f.editor, Qt::Key_F3, {}, "20+6", "3 of 3" },
+        };
+        for (const auto &step : steps) {
+            QTest::keyClick(step.target, step.key, step.modifiers);
+            QCOMPARE(f.selection(), QString::fromLatin1(step.selection));
+            QCOMPARE(f.bar->status(), QString::fromLatin1(step.status));
+        }
+        f.bar->matchCaseBox()->setChecked(true);
+        QCOMPARE(f.selection(), QStringLiteral("10+6"));
+        QCOMPARE(f.bar->status(), QStringLiteral("1 of 1"));
+        field->setText(QStringLiteral("zzz"));
+        QCOMPARE(f.bar->status(), QStringLiteral("No matches"));
+        f.bar->regularExpressionBox()->setChecked(true);
+        field->setText(QStringLiteral("sel("));
+        QVERIFY(f.bar->status().startsWith(QStringLiteral("Invalid regular expression: ")));
+        QTest::keyClick(field, Qt::Key_F3);
+        QCOMPARE(f.selection(), QStringLiteral("10+6"));
+
+        QTest::keyClick(field, Qt::Key_Escape);
+        QVERIFY(f.bar->isHidden());
+        QCOMPARE(QApplication::focusWidget(), f.editor);
+        QTest::keyClick(f.editor, Qt::Key_H, Qt::ControlModifier);
+        QVERIFY(f.bar->replaceShown());
+        QCOMPARE(QApplication::focusWidget(), field);
+        QCOMPARE(hidden.size(), 0);
+    }
+
+    // Replace takes the selected match and moves on; Replace all is one undo step. A regular
+    // expression's groups fill the replacement, which is plain text otherwise. The read-only preview
+    // is searched but never changed.
+    void replaceAndReplaceAll()
+    {
+        EditorWithFindBar f(QStringLiteral("a1 b2 a3 a4"));
+        f.bar->openReplace();
+        f.bar->regularExpressionBox()->setChecked(true);
+        f.bar->findField()->setText(QStringLiteral("a(\\d)"));
+        f.bar->replaceField()->setText(QStringLiteral("[\\1]"));
+        QCOMPARE(f.selection(), QStringLiteral("0+2"));
+        f.bar->replace();
+        QCOMPARE(f.editor->sql(), QStringLiteral("[1] b2 a3 a4"));
+        QCOMPARE(f.selection(), QStringLiteral("7+2"));
+        QCOMPARE(f.bar->status(), QStringLiteral("1 of 2"));
+        f.bar->replaceAll();
+        QCOMPARE(f.editor->sql(), QStringLiteral("[1] b2 [3] [4]"));
+        QCOMPARE(f.bar->status(), QStringLiteral("Replaced 2 matches"));
+        f.editor->undo();
+        QCOMPARE(f.editor->sql(), QStringLiteral("[1] b2 a3 a4"));
+        f.editor->undo();
+        QCOMPARE(f.editor->sql(), QStringLiteral("a1 b2 a3 a4"));
+        QVERIFY(!f.editor->document()->isUndoAvailable());
+
+        f.bar->regularExpressionBox()->setChecked(false);
+        f.bar->findField()->setText(QStringLiteral("a"));
+        f.bar->replaceAll();
+        QCOMPARE(f.editor->sql(), QStringLiteral("[\\1]1 b2 [\\1]3 [\\1]4"));
+
+        EditorWithFindBar preview(QStringLiteral("a1 a2"), true);
+        preview.bar->openReplace();
+        QVERIFY(!preview.bar->replaceShown());
+        preview.bar->findField()->setText(QStringLiteral("a"));
+        preview.bar->replaceField()->setText(QStringLiteral("b"));
+        preview.bar->replace();
+        preview.bar->replaceAll();
+        QCOMPARE(preview.editor->sql(), QStringLiteral("a1 a2"));
+        QCOMPARE(preview.bar->status(), QStringLiteral("This text is read-only"));
+    }
+
+    // Ctrl+Shift+Return asks to run the statement at the cursor, counted in the UTF-8 the splitter
+    // reads; a script the splitter refuses goes whole, for the run to say why.
+    void runsTheStatementAtTheCursor()
+    {
+        const std::pair<const char *, const char *> cases[] = {
+            { "SELECT 'éééé'; |SELECT 2", "SELECT 2" },
+            { "SELECT 1;\n-- a note\n;|\nSELECT 2", "SELECT 1" },
+            { "DELIMITER $$\nCREATE PROCEDURE p() BEGIN SELECT 1; END$$\n|",
+                "DELIMITER $$\nCREATE PROCEDURE p() BEGIN SELECT 1; END\n$$" },
+            { "SELECT 1;| SELECT 'open", "SELECT 1; SELECT 'open" },
+        };
+        for (const auto &[marked, expected] : cases) {
+            QString script = QString::fromUtf8(marked);
+            const auto cursor = static_cast<int>(script.indexOf(u'|'));
+            script.remove(cursor, 1);
+            SQLEditor editor;
+            editor.setSQL(script);
+            select(editor, cursor, cursor);
+            QSignalSpy runs(&editor, &SQLEditor::runRequested);
+            QTest::keyClick(&editor, Qt::Key_Return, Qt::ControlModifier | Qt::ShiftModifier);
+            QCOMPARE(runs.size(), 1);
+            QCOMPARE(runs[0][0].value<std::optional<QString>>(), std::optional<QString>(QString::fromUtf8(expected)));
+        }
     }
 };
 
