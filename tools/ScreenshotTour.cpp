@@ -10,11 +10,12 @@
 #include "ui/AppIcon.h"
 #include "ui/ConnectionSheet.h"
 #include "ui/DialogPrompts.h"
-#include "ui/LightTheme.h"
 #include "ui/MainWindow.h"
 #include "ui/ManagementForm.h"
 #include "ui/RootView.h"
 #include "ui/SessionView.h"
+#include "ui/Theme.h"
+#include "ui/ThemeController.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -84,7 +85,7 @@ int main(int argc, char *argv[])
     const QString output = QString::fromLocal8Bit(argv[1]);
     QDir().mkpath(output);
     QApplication::setWindowIcon(QIcon(QPixmap::fromImage(drawAppIcon())));
-    applyLightTheme(app);
+    applyWorkspaceStyle(app);
 
     const auto keychain
         = std::make_shared<Keychain>(std::make_shared<FixedPassword>(), std::make_shared<CredentialMemoryCache>());
@@ -147,6 +148,7 @@ int main(int argc, char *argv[])
     if (ConnectionSheet *sheet = window.rootView()->sheet()) {
         save(*sheet, output, "connection-sheet-ssh.png");
         sheet->reject();
+        delete sheet;
     }
     pause(300);
 
@@ -208,5 +210,28 @@ int main(int argc, char *argv[])
     pause(600);
     save(form, output, "create-table.png");
     form.reject();
+
+    // The main views again in the dark theme.
+    window.themeController()->setChoice(ThemeChoice::dark);
+    pause(300);
+    view->modeButton(WorkspaceMode::data)->click();
+    settle(*session);
+    save(window, output, "dark-data-view.png");
+    view->modeButton(WorkspaceMode::query)->click();
+    settle(*session);
+    save(window, output, "dark-sql-editor.png");
+    view->modeButton(WorkspaceMode::builder)->click();
+    settle(*session);
+    save(window, output, "dark-query-builder.png");
+    store.setSelected(std::nullopt);
+    pause(300);
+    save(window, output, "dark-welcome.png");
+    store.openConnectionSheet(demo);
+    pause(800);
+    if (ConnectionSheet *sheet = window.rootView()->sheet()) {
+        save(*sheet, output, "dark-connection-sheet.png");
+        sheet->reject();
+        delete sheet;
+    }
     return 0;
 }

@@ -8,8 +8,8 @@
 // process's peak and current memory around it, and the frame rate of scrolling from top to
 // bottom a page at a time with a full repaint per step.
 
-#include "ui/LightTheme.h"
 #include "ui/NativeGrid.h"
+#include "ui/Theme.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -254,7 +254,7 @@ int main(int argc, char **argv)
         qputenv("QT_QPA_PLATFORM", "offscreen");
     }
     QApplication app(argc, argv);
-    applyLightTheme(app);
+    applyWorkspaceStyle(app);
     std::printf("Result grid, %zu rows x 20 columns, platform %s, %d runs (median)\n",
         rowCount,
         qPrintable(QGuiApplication::platformName()),

@@ -5,8 +5,9 @@
 #include "store/AppStore.h"
 #include "ui/AppIcon.h"
 #include "ui/DialogPrompts.h"
-#include "ui/LightTheme.h"
 #include "ui/MainWindow.h"
+#include "ui/Theme.h"
+#include "ui/ThemeController.h"
 #include "ui/WindowGeometry.h"
 
 #include <QApplication>
@@ -28,7 +29,7 @@ int runDesktop(int &argc, char **argv)
     QApplication::setApplicationVersion(QStringLiteral("1.0"));
     QApplication::setDesktopFileName(QStringLiteral("tallowick"));
     QApplication::setWindowIcon(QIcon(QPixmap::fromImage(drawAppIcon())));
-    applyLightTheme(app);
+    applyWorkspaceStyle(app);
     // The shared pool carries cancels, connection tests and keyring lookups, and a lookup may
     // wait on an unlock prompt; on a two-core machine two such waits must not hold back a cancel.
     QThreadPool::globalInstance()->setMaxThreadCount(std::max(8, QThread::idealThreadCount()));
@@ -39,6 +40,7 @@ int runDesktop(int &argc, char **argv)
     AppStore store(std::nullopt, keychain, prompts);
     MainWindow window(store, prompts);
     prompts.setWindow(&window);
+    window.themeController()->followDesktop();
     // Background jobs own what they use, so none can outlive it; they are still let finish
     // before the window and the store go, which keeps their answers from reaching a half-torn
     // program. A keyring prompt still open is given up rather than waited out.

@@ -10,6 +10,7 @@
 #include "ui/FormParts.h"
 #include "ui/SQLEditor.h"
 #include "ui/Symbols.h"
+#include "ui/Theme.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -38,8 +39,11 @@ QFrame *section(const QString &title, QVBoxLayout *&body)
 {
     auto *frame = new QFrame;
     frame->setObjectName(QStringLiteral("builderSection"));
-    frame->setStyleSheet(
-        QStringLiteral("#builderSection { background: #ffffff; border: 1px solid #e3e6ea; border-radius: 10px; }"));
+    followTheme(frame, [frame] {
+        frame->setStyleSheet(
+            QStringLiteral("#builderSection { background: %1; border: 1px solid %2; border-radius: 10px; }")
+                .arg(themeColors().base.name(), themeColors().border.name()));
+    });
     body = new QVBoxLayout(frame);
     body->setContentsMargins(14, 12, 14, 12);
     body->setSpacing(8);
@@ -164,7 +168,7 @@ BuilderPanel::BuilderPanel(ServerSession &session, QWidget *parent)
     auto *previewTitle = new QLabel(QStringLiteral("SQL preview"));
     previewTitle->setFont(titleFont);
     auto *noteSymbol = new QLabel;
-    noteSymbol->setPixmap(symbolIcon(Symbol::pencil).pixmap(16, 16));
+    showSymbol(noteSymbol, Symbol::pencil, 16);
     auto *noteText = new QLabel(QStringLiteral("Editable results"));
     QFont bold = noteText->font();
     bold.setWeight(QFont::DemiBold);

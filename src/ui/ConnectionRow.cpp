@@ -5,6 +5,7 @@
 #include "ui/FormParts.h"
 #include "ui/ProfileColors.h"
 #include "ui/Symbols.h"
+#include "ui/Theme.h"
 
 #include <QContextMenuEvent>
 #include <QHBoxLayout>
@@ -50,7 +51,7 @@ ConnectionRow::ConnectionRow(AppStore &store, const ConnectionProfile &profile, 
     layout->addLayout(texts, 1);
     if (profile.readOnly) {
         auto *lock = new QLabel;
-        lock->setPixmap(symbolIcon(Symbol::lock).pixmap(14, 14));
+        showSymbol(lock, Symbol::lock, 14);
         lock->setToolTip(QStringLiteral("Read-only connection"));
         layout->addWidget(lock);
     }
@@ -58,6 +59,10 @@ ConnectionRow::ConnectionRow(AppStore &store, const ConnectionProfile &profile, 
     layout->addWidget(m_state);
     setSelected(false);
     refreshState();
+    followTheme(this, [this] {
+        setSelected(m_selected);
+        refreshState();
+    });
 }
 
 ServerSession *ConnectionRow::session() const
@@ -74,27 +79,30 @@ void ConnectionRow::setSelected(bool selected)
     m_selected = selected;
     // The border is always there, transparent until the row has keyboard focus, so gaining focus
     // does not shift the row's contents.
-    setStyleSheet((selected ? QStringLiteral("#connectionRow { background: #dff3f1; }")
+    const ThemeColors &colors = themeColors();
+    setStyleSheet((selected ? QStringLiteral("#connectionRow { background: %1; }").arg(colors.selected.name())
                             : QStringLiteral("#connectionRow { background: transparent; }"
-                                             "#connectionRow:hover { background: #eef1f4; }"))
+                                             "#connectionRow:hover { background: %1; }")
+                                  .arg(colors.hover.name()))
         + QStringLiteral("#connectionRow { border: 1px solid transparent; border-radius: 8px; }"
-                         "#connectionRow:focus { border-color: #0f8f87; }"));
+                         "#connectionRow:focus { border-color: %1; }")
+              .arg(colors.accent.name()));
 }
 
 void ConnectionRow::refreshState()
 {
     const ServerSession *current = session();
-    QString color = QStringLiteral("#c4c9cf");
+    QColor color = themeColors().idleState;
     QString help = QStringLiteral("Not connected");
     if (current && current->busy()) {
-        color = QStringLiteral("#d9822b");
+        color = themeColors().busyState;
         help = QString::fromStdString(current->status());
     } else if (current && current->connected()) {
-        color = QStringLiteral("#2f9a48");
+        color = themeColors().readyState;
         help = QStringLiteral("Connected");
     }
     m_state->setText(QStringLiteral("●"));
-    m_state->setStyleSheet(QStringLiteral("color: %1;").arg(color));
+    m_state->setStyleSheet(QStringLiteral("color: %1;").arg(color.name()));
     m_state->setToolTip(help);
 }
 

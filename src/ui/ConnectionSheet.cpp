@@ -144,7 +144,7 @@ void ConnectionSheet::buildForm()
     root->setSpacing(14);
 
     auto *symbol = new QLabel;
-    symbol->setPixmap(symbolIcon(Symbol::server).pixmap(34, 34));
+    showSymbol(symbol, Symbol::server, 34);
     m_title->setText(title());
     m_title->setObjectName(QStringLiteral("sheetTitle"));
     auto *headerTexts = new QVBoxLayout;
@@ -199,7 +199,7 @@ void ConnectionSheet::buildForm()
     root->addWidget(m_tunnel);
 
     auto *key = new QLabel;
-    key->setPixmap(symbolIcon(Symbol::key).pixmap(14, 14));
+    showSymbol(key, Symbol::key, 14);
     auto *note = new QHBoxLayout;
     note->setSpacing(6);
     note->addWidget(key);

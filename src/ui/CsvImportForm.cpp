@@ -7,7 +7,7 @@
 #include "session/ServerSession.h"
 #include "session/UserPrompts.h"
 #include "ui/FormParts.h"
-#include "ui/LightTheme.h"
+#include "ui/Theme.h"
 
 #include <QCheckBox>
 #include <QFileInfo>

@@ -1,6 +1,6 @@
 #include "ui/FormParts.h"
 
-#include "ui/LightTheme.h"
+#include "ui/Theme.h"
 
 #include <QComboBox>
 #include <QLabel>
@@ -11,9 +11,11 @@ namespace tallowick
 namespace
 {
 
-void setTextColor(QWidget *widget, const QColor &color)
+// Follows the theme: the colour is read again from themeColors() after every change.
+void setTextColor(QWidget *widget, QColor ThemeColors::*role)
 {
-    widget->setStyleSheet(QStringLiteral("color: %1;").arg(color.name()));
+    followTheme(widget,
+        [widget, role] { widget->setStyleSheet(QStringLiteral("color: %1;").arg((themeColors().*role).name())); });
 }
 
 } // namespace
@@ -56,7 +58,7 @@ QLabel *errorLabel(const QString &objectName)
     label->setObjectName(objectName);
     label->setWordWrap(true);
     label->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    setTextColor(label, errorTextColor());
+    setTextColor(label, &ThemeColors::error);
     label->hide();
     return label;
 }
@@ -83,7 +85,7 @@ QComboBox *choicePicker(const QStringList &choices, const QString &current, cons
 
 void useSecondaryText(QWidget *widget)
 {
-    setTextColor(widget, secondaryTextColor());
+    setTextColor(widget, &ThemeColors::secondaryText);
 }
 
 } // namespace tallowick

@@ -5,8 +5,10 @@
 #include "ui/QuitPrompts.h"
 #include "ui/RootView.h"
 #include "ui/SQLEditor.h"
+#include "ui/ThemeController.h"
 #include "ui/WindowGeometry.h"
 
+#include <QActionGroup>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QCoreApplication>
@@ -90,6 +92,7 @@ MainWindow::MainWindow(AppStore &store, UserPrompts &prompts, QWidget *parent)
     , m_store(&store)
     , m_prompts(prompts)
     , m_root(new RootView(store))
+    , m_theme(new ThemeController(QString::fromStdString(store.folder()), this))
 {
     setWindowTitle(QStringLiteral("Tallowick"));
     setMinimumSize(minimumWindowSize);
@@ -172,6 +175,19 @@ void MainWindow::buildMenus()
     QMenu *view = bar->addMenu(QStringLiteral("View"));
     view->addAction(
         QStringLiteral("Toggle Full Screen"), QKeySequence(Qt::Key_F11), this, &MainWindow::toggleFullScreen);
+    QMenu *theme = view->addMenu(QStringLiteral("Theme"));
+    auto *themes = new QActionGroup(theme);
+    for (const auto &[title, choice] : { std::pair { QStringLiteral("System"), ThemeChoice::system },
+             std::pair { QStringLiteral("Light"), ThemeChoice::light },
+             std::pair { QStringLiteral("Dark"), ThemeChoice::dark } }) {
+        QAction *item = theme->addAction(title, m_theme, [this, choice] { m_theme->setChoice(choice); });
+        item->setCheckable(true);
+        item->setChecked(m_theme->choice() == choice);
+        themes->addAction(item);
+        QObject::connect(m_theme, &ThemeController::choiceChanged, item, [item, choice](ThemeChoice chosen) {
+            item->setChecked(chosen == choice);
+        });
+    }
 
     QMenu *help = bar->addMenu(QStringLiteral("Help"));
     help->addAction(QStringLiteral("Tallowick Guide"), QKeySequence(Qt::Key_F1), this, &MainWindow::showGuide);
@@ -189,6 +205,12 @@ QAction *MainWindow::action(const QString &title) const
         for (QAction *item : menu->menu()->actions()) {
             if (item->text() == title) {
                 return item;
+            }
+            // One level of submenus, such as View › Theme.
+            for (QAction *subitem : item->menu() ? item->menu()->actions() : QList<QAction *>()) {
+                if (subitem->text() == title) {
+                    return subitem;
+                }
             }
         }
     }

@@ -8,6 +8,7 @@ namespace tallowick
 
 class AppStore;
 class RootView;
+class ThemeController;
 class UserPrompts;
 
 // The single main window: the root view, the menu bar acting on the active session, the About
@@ -20,6 +21,8 @@ public:
     MainWindow(AppStore &store, UserPrompts &prompts, QWidget *parent = nullptr);
 
     RootView *rootView() const { return m_root; }
+    // View › Theme: the choice kept in the store's folder, and the appearance applied.
+    ThemeController *themeController() const { return m_theme; }
     // The menu bar's action with this exact title, for tests and for the shell.
     QAction *action(const QString &title) const;
 
@@ -44,6 +47,7 @@ private:
     QPointer<AppStore> m_store;
     UserPrompts &m_prompts;
     RootView *m_root;
+    ThemeController *m_theme;
 };
 
 // Where the guide is: next to the program, in the installed share folder, or failing both a

@@ -3,6 +3,7 @@
 #include "core/AppError.h"
 #include "core/ScriptSplitter.h"
 #include "ui/SqlHighlighter.h"
+#include "ui/Theme.h"
 
 #include <QAbstractItemView>
 #include <QCompleter>
@@ -43,9 +44,6 @@ const QStringList &fixedPhrases()
         QStringLiteral("COUNT(*)") };
     return phrases;
 }
-
-// The insertion point's colour, the program's teal accent.
-const QColor caretColor(0x0f, 0x8f, 0x87);
 
 // The text as the document will hold it and give it back: every kind of line break becomes
 // "\n" and a no-break space a space. A host that keeps CR LF text must not make every refresh
@@ -116,6 +114,7 @@ SQLEditor::SQLEditor(bool readOnly, QWidget *parent)
     setInputMethodHints(Qt::ImhNoAutoUppercase | Qt::ImhNoPredictiveText);
     // The caret is drawn in paintEvent(), in the accent colour.
     setCursorWidth(0);
+    followTheme(this, [this] { m_highlighter->refreshColors(); });
 
     if (readOnly) {
         setReadOnly(true);
@@ -436,7 +435,8 @@ void SQLEditor::paintEvent(QPaintEvent *event)
     // The read-only preview keeps a caret too, for selecting with the keyboard.
     if (hasFocus()) {
         QPainter painter(viewport());
-        painter.fillRect(caretRect(), caretColor);
+        // The insertion point's colour: the program's accent.
+        painter.fillRect(caretRect(), themeColors().accent);
     }
 }
 

@@ -10,6 +10,7 @@
 #include "ui/ServerView.h"
 #include "ui/SessionStatusBar.h"
 #include "ui/SessionTopBar.h"
+#include "ui/Theme.h"
 #include "ui/UsersView.h"
 
 #include <QButtonGroup>
@@ -31,7 +32,7 @@ QFrame *separator()
     auto *line = new QFrame;
     line->setFrameShape(QFrame::HLine);
     line->setFrameShadow(QFrame::Plain);
-    line->setStyleSheet(QStringLiteral("color: #e3e6ea;"));
+    followTheme(line, [line] { line->setStyleSheet(QStringLiteral("color: %1;").arg(themeColors().border.name())); });
     return line;
 }
 
@@ -61,12 +62,20 @@ SessionView::SessionView(AppStore &store, ServerSession &session, QWidget *paren
         button->setObjectName(QStringLiteral("modeButton"));
         // The same padding around every title: a minimum button width would put more air around
         // the short titles than the long ones.
-        button->setStyleSheet(QStringLiteral(
-            "QPushButton { padding: 4px 10px; border: 1px solid transparent; border-radius: 6px; background: "
-            "transparent; }"
-            "QPushButton:hover { background: #eef1f4; }"
-            "QPushButton:checked { background: #dff3f1; border-color: #b9e2dd; color: #0b6e68; }"
-            "QPushButton:focus { border-color: #0f8f87; }"));
+        followTheme(button, [button] {
+            const ThemeColors &colors = themeColors();
+            button->setStyleSheet(QStringLiteral(
+                "QPushButton { padding: 4px 10px; border: 1px solid transparent; border-radius: 6px; background: "
+                "transparent; }"
+                "QPushButton:hover { background: %1; }"
+                "QPushButton:checked { background: %2; border-color: %3; color: %4; }"
+                "QPushButton:focus { border-color: %5; }")
+                                      .arg(colors.hover.name(),
+                                          colors.selected.name(),
+                                          colors.selectedBorder.name(),
+                                          colors.selectedText.name(),
+                                          colors.accent.name()));
+        });
         m_modes->addButton(button, static_cast<int>(mode));
         modeBar->addWidget(button);
     }

@@ -6,6 +6,7 @@
 #include "ui/DatabaseNavigator.h"
 #include "ui/FormParts.h"
 #include "ui/Symbols.h"
+#include "ui/Theme.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -27,7 +28,6 @@ Sidebar::Sidebar(AppStore &store, QWidget *parent)
 {
     setObjectName(QStringLiteral("sidebar"));
     setAttribute(Qt::WA_StyledBackground);
-    setStyleSheet(QStringLiteral("#sidebar { background: #f4f6f8; }"));
     setMinimumWidth(250);
 
     auto *brandIcon = new QLabel;
@@ -73,7 +73,10 @@ Sidebar::Sidebar(AppStore &store, QWidget *parent)
     scroll->setStyleSheet(QStringLiteral("QScrollArea, QScrollArea > QWidget > QWidget { background: transparent; }"));
 
     auto *footer = new QLabel(QStringLiteral("Native on your desktop"));
-    footer->setStyleSheet(QStringLiteral("color: #9aa3ad;"));
+    followTheme(this, [this, footer] {
+        setStyleSheet(QStringLiteral("#sidebar { background: %1; }").arg(themeColors().sidebar.name()));
+        footer->setStyleSheet(QStringLiteral("color: %1;").arg(themeColors().faintText.name()));
+    });
 
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(12, 14, 12, 10);

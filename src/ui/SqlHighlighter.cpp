@@ -1,5 +1,7 @@
 #include "ui/SqlHighlighter.h"
 
+#include "ui/Theme.h"
+
 #include <QTextBlock>
 #include <QTextDocument>
 #include <algorithm>
@@ -80,14 +82,7 @@ void summarize(LineInfo &info, QStringView line)
 SqlHighlighter::SqlHighlighter(QTextDocument *document)
     : QSyntaxHighlighter(static_cast<QObject *>(document))
 {
-    const std::array<std::pair<SqlColor, QColor>, 3> colors { { { SqlColor::Keyword, keywordColor() },
-        { SqlColor::Quoted, quotedColor() },
-        { SqlColor::Comment, commentColor() } } };
-    for (const auto &[color, foreground] : colors) {
-        QTextCharFormat &format = m_formats[static_cast<std::size_t>(color)];
-        format.setForeground(foreground);
-        format.setProperty(ColorClassProperty, static_cast<int>(color));
-    }
+    setFormatColors();
 
     // These run before QSyntaxHighlighter's own handler, which setDocument() connects after them:
     // the shapes stored for an edited line must be compared before that line is coloured again.
@@ -117,18 +112,38 @@ SqlColor SqlHighlighter::colorClass(const QTextFormat &format)
 
 QColor SqlHighlighter::keywordColor()
 {
-    return QColor::fromRgbF(0.02F, 0.4F, 0.37F);
+    return themeColors().sqlKeyword;
 }
 
 QColor SqlHighlighter::quotedColor()
 {
-    return QColor::fromRgbF(0.61F, 0.31F, 0.06F);
+    return themeColors().sqlQuoted;
 }
 
 QColor SqlHighlighter::commentColor()
 {
-    // Secondary text on the light theme's white: the lightest grey that still keeps 4.5:1.
-    return QColor(0x76, 0x76, 0x76);
+    return themeColors().sqlComment;
+}
+
+void SqlHighlighter::setFormatColors()
+{
+    const std::array<std::pair<SqlColor, QColor>, 3> colors { { { SqlColor::Keyword, keywordColor() },
+        { SqlColor::Quoted, quotedColor() },
+        { SqlColor::Comment, commentColor() } } };
+    for (const auto &[color, foreground] : colors) {
+        QTextCharFormat &format = m_formats[static_cast<std::size_t>(color)];
+        format.setForeground(foreground);
+        format.setProperty(ColorClassProperty, static_cast<int>(color));
+    }
+}
+
+void SqlHighlighter::refreshColors()
+{
+    setFormatColors();
+    // Colouring the document again is not an edit, as with the highlighter's own recolouring.
+    m_recoloring = true;
+    rehighlight();
+    m_recoloring = false;
 }
 
 void SqlHighlighter::highlightBlock(const QString &text)

@@ -37,6 +37,8 @@ public:
     static QColor keywordColor();
     static QColor quotedColor();
     static QColor commentColor();
+    // Takes the colours of the appearance now applied and colours the whole document again.
+    void refreshColors();
 
     // True while the highlighter re-colours earlier lines on its own after an edit; the text
     // change notifications this causes are not user edits.
@@ -46,6 +48,7 @@ protected:
     void highlightBlock(const QString &text) override;
 
 private:
+    void setFormatColors();
     void noteContentsChange(int from, int charsRemoved, int charsAdded);
     void recolorEarlierLines();
     bool quoteFollowsAfter(QTextBlock block, QuoteKind kind) const;

@@ -2,6 +2,8 @@
 
 #include <QIcon>
 
+class QLabel;
+
 namespace tallowick
 {
 
@@ -27,6 +29,9 @@ enum class Symbol {
     xmark,
 };
 
+// Drawn in the current appearance's inks whenever painted.
 QIcon symbolIcon(Symbol symbol);
+// Shows the symbol as the label's picture, redrawn when the appearance changes.
+void showSymbol(QLabel *label, Symbol symbol, int size);
 
 } // namespace tallowick

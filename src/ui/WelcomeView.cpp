@@ -1,7 +1,7 @@
 #include "ui/WelcomeView.h"
 
-#include "ui/LightTheme.h"
 #include "ui/Symbols.h"
+#include "ui/Theme.h"
 
 #include <QFrame>
 #include <QHBoxLayout>
@@ -15,14 +15,15 @@ namespace tallowick
 namespace
 {
 
-QLabel *styled(const QString &text, qreal scale, QFont::Weight weight, const QString &color)
+QLabel *styled(const QString &text, qreal scale, QFont::Weight weight, QColor ThemeColors::*color)
 {
     auto *label = new QLabel(text);
     QFont font = label->font();
     font.setPointSizeF(font.pointSizeF() * scale);
     font.setWeight(weight);
     label->setFont(font);
-    label->setStyleSheet(QStringLiteral("color: %1;").arg(color));
+    followTheme(label,
+        [label, color] { label->setStyleSheet(QStringLiteral("color: %1;").arg((themeColors().*color).name())); });
     return label;
 }
 
@@ -30,15 +31,18 @@ QWidget *tile(const QString &symbol, const QString &title, const QString &captio
 {
     auto *frame = new QFrame;
     frame->setObjectName(QStringLiteral("featureTile"));
-    frame->setStyleSheet(
-        QStringLiteral("#featureTile { background: #ffffff; border: 1px solid #e3e6ea; border-radius: 12px; }"));
+    followTheme(frame, [frame] {
+        frame->setStyleSheet(
+            QStringLiteral("#featureTile { background: %1; border: 1px solid %2; border-radius: 12px; }")
+                .arg(themeColors().base.name(), themeColors().border.name()));
+    });
     frame->setMinimumWidth(190);
     auto *layout = new QVBoxLayout(frame);
     layout->setContentsMargins(16, 14, 16, 14);
     layout->setSpacing(4);
-    layout->addWidget(styled(symbol, 1.5, QFont::Normal, QStringLiteral("#0f8f87")));
-    layout->addWidget(styled(title, 1.05, QFont::DemiBold, QStringLiteral("#1f2933")));
-    layout->addWidget(styled(caption, 0.95, QFont::Normal, secondaryTextColor().name()));
+    layout->addWidget(styled(symbol, 1.5, QFont::Normal, &ThemeColors::accentText));
+    layout->addWidget(styled(title, 1.05, QFont::DemiBold, &ThemeColors::text));
+    layout->addWidget(styled(caption, 0.95, QFont::Normal, &ThemeColors::secondaryText));
     return frame;
 }
 
@@ -54,20 +58,20 @@ WelcomeView::WelcomeView(QWidget *parent)
     column->addStretch(1);
     auto *eyebrow = new QHBoxLayout;
     eyebrow->setSpacing(10);
-    eyebrow->addWidget(styled(QStringLiteral("MYSQL · MARIADB"), 0.9, QFont::DemiBold, QStringLiteral("#0f8f87")));
-    eyebrow->addWidget(styled(QStringLiteral("WORKSPACE"), 0.9, QFont::DemiBold, QStringLiteral("#9aa3ad")));
+    eyebrow->addWidget(styled(QStringLiteral("MYSQL · MARIADB"), 0.9, QFont::DemiBold, &ThemeColors::accentText));
+    eyebrow->addWidget(styled(QStringLiteral("WORKSPACE"), 0.9, QFont::DemiBold, &ThemeColors::faintText));
     eyebrow->addStretch(1);
     column->addLayout(eyebrow);
     column->addWidget(
-        styled(QStringLiteral("A clearer view of\nyour databases."), 2.6, QFont::Bold, QStringLiteral("#111827")));
+        styled(QStringLiteral("A clearer view of\nyour databases."), 2.6, QFont::Bold, &ThemeColors::strongText));
     column->addWidget(
-        styled(QStringLiteral("Every server. One workspace."), 1.3, QFont::Normal, QStringLiteral("#374151")));
+        styled(QStringLiteral("Every server. One workspace."), 1.3, QFont::Normal, &ThemeColors::bodyText));
     auto *body
         = styled(QStringLiteral("Connect to your MySQL servers, shape your queries,\nand manage your data—all in a "
                                 "native desktop app."),
             1.05,
             QFont::Normal,
-            QStringLiteral("#4b5563"));
+            &ThemeColors::bodyText);
     column->addWidget(body);
     column->addSpacing(12);
 
@@ -85,9 +89,13 @@ WelcomeView::WelcomeView(QWidget *parent)
     m_newConnection->setObjectName(QStringLiteral("primaryButton"));
     m_newConnection->setDefault(true);
     m_newConnection->setMinimumHeight(38);
-    m_newConnection->setStyleSheet(QStringLiteral(
-        "#primaryButton { background: #0f8f87; color: white; border: none; border-radius: 8px; padding: 8px 22px; "
-        "font-weight: 600; } #primaryButton:hover { background: #0c7a73; }"));
+    followTheme(m_newConnection, [this] {
+        const ThemeColors &colors = themeColors();
+        m_newConnection->setStyleSheet(
+            QStringLiteral("#primaryButton { background: %1; color: %2; border: none; border-radius: 8px; padding: 8px "
+                           "22px; font-weight: 600; } #primaryButton:hover { background: %3; }")
+                .arg(colors.accent.name(), colors.onAccent.name(), colors.accentHover.name()));
+    });
     auto *buttonRow = new QHBoxLayout;
     buttonRow->addWidget(m_newConnection);
     buttonRow->addStretch(1);
@@ -97,12 +105,12 @@ WelcomeView::WelcomeView(QWidget *parent)
     auto *trust = new QHBoxLayout;
     trust->setSpacing(8);
     auto *shield = new QLabel;
-    shield->setPixmap(symbolIcon(Symbol::shield).pixmap(18, 18));
+    showSymbol(shield, Symbol::shield, 18);
     trust->addWidget(shield);
     for (const QString &note : { QStringLiteral("Keyring credentials"),
              QStringLiteral("TLS connections"),
              QStringLiteral("No cloud account") }) {
-        trust->addWidget(styled(note, 0.95, QFont::Normal, QStringLiteral("#4b5563")));
+        trust->addWidget(styled(note, 0.95, QFont::Normal, &ThemeColors::bodyText));
         trust->addSpacing(10);
     }
     trust->addStretch(1);

@@ -13,10 +13,15 @@
 #include "ui/NativeGrid.h"
 #include "ui/QueryWorkspace.h"
 #include "ui/QuitPrompts.h"
+#include "ui/ResultTableModel.h"
 #include "ui/RootView.h"
 #include "ui/SQLEditor.h"
 #include "ui/SessionView.h"
 #include "ui/Sidebar.h"
+#include "ui/SqlHighlighter.h"
+#include "ui/Symbols.h"
+#include "ui/Theme.h"
+#include "ui/ThemeController.h"
 #include "ui/WelcomeView.h"
 
 #include <QApplication>
@@ -31,6 +36,8 @@
 #include <QTabBar>
 #include <QTableView>
 #include <QTemporaryDir>
+#include <QTextBlock>
+#include <QTextLayout>
 #include <QToolButton>
 
 using namespace tallowick;
@@ -143,6 +150,9 @@ class TestMainWindow final : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // A test that picks a theme must not leave the next one drawn in it.
+    void cleanup() { applyAppearance(*qApp, Appearance::light); }
+
     void iconWriteFailureIsReported()
     {
         QVERIFY_THROWS_EXCEPTION(AppError, createAppIcon("/nonexistent-folder/for/icon.png"));
@@ -515,6 +525,128 @@ private Q_SLOTS:
                 QTRY_COMPARE(w.cell(1, 1), QStringLiteral("hex nut"));
             }
         }
+    }
+
+    // View › Theme › Dark turns the palette and every colour made from the theme dark, Light
+    // turns them back, for widgets made before the change too: the editor's keywords, the grid's
+    // NULL cells, the sidebar and the program's symbols.
+    void themeMenuSwitchesEveryThemedColour()
+    {
+        WindowFixture w;
+        QVERIFY(w.window.action(QStringLiteral("System"))->isChecked());
+        SQLEditor editor(false);
+        editor.setPlainText(QStringLiteral("SELECT 'x'"));
+        const auto keywordColor = [&editor] {
+            for (const QTextLayout::FormatRange &range : editor.document()->firstBlock().layout()->formats()) {
+                if (SqlHighlighter::colorClass(range.format) == SqlColor::Keyword) {
+                    return range.format.foreground().color();
+                }
+            }
+            return QColor();
+        };
+        ResultTableModel grid;
+        QueryResult result;
+        Field note;
+        note.name = "note";
+        note.nullable = true;
+        result.fields = { note };
+        result.rows = { { std::nullopt } };
+        grid.reload(result, false);
+        const auto *sidebar = w.window.findChild<Sidebar *>();
+        QVERIFY(sidebar);
+        // How light the strokes of a symbol are, from 0 to 255.
+        const auto symbolLightness = [] {
+            const QImage image = symbolIcon(Symbol::table).pixmap(32, 32).toImage();
+            qint64 sum = 0;
+            qint64 count = 0;
+            for (int y = 0; y < image.height(); ++y) {
+                for (int x = 0; x < image.width(); ++x) {
+                    const QColor pixel = image.pixelColor(x, y);
+                    if (pixel.alpha() > 200) {
+                        sum += pixel.lightness();
+                        ++count;
+                    }
+                }
+            }
+            return count ? sum / count : -1;
+        };
+
+        QMap<QString, qint64> symbolInk;
+        for (const auto &[title, appearance] : { std::pair { QStringLiteral("Dark"), Appearance::dark },
+                 std::pair { QStringLiteral("Light"), Appearance::light } }) {
+            w.window.action(title)->trigger();
+            QVERIFY(w.window.action(title)->isChecked());
+            QVERIFY(!w.window.action(QStringLiteral("System"))->isChecked());
+            const ThemeColors &expected = colorsFor(appearance);
+            QCOMPARE(QApplication::palette().color(QPalette::Window), expected.window);
+            QCOMPARE(QApplication::palette().color(QPalette::Text), expected.text);
+            QCOMPARE(keywordColor(), expected.sqlKeyword);
+            QCOMPARE(grid.index(0, 0).data(Qt::ForegroundRole).value<QColor>(), expected.faintText);
+            QVERIFY2(sidebar->styleSheet().contains(expected.sidebar.name()), qPrintable(sidebar->styleSheet()));
+            symbolInk[title] = symbolLightness();
+        }
+        const ThemeColors &dark = colorsFor(Appearance::dark);
+        const ThemeColors &light = colorsFor(Appearance::light);
+        QVERIFY(dark.window.lightness() < 60 && dark.text.lightness() > 190);
+        QVERIFY(light.window.lightness() > 240 && light.text.lightness() < 60);
+        QVERIFY(dark.sqlKeyword != light.sqlKeyword && dark.faintText != light.faintText);
+        // Dark strokes on a light window, light strokes on a dark one.
+        QVERIFY(symbolInk[QStringLiteral("Light")] >= 0 && symbolInk[QStringLiteral("Light")] < 110);
+        QVERIFY2(
+            symbolInk[QStringLiteral("Dark")] > 160, qPrintable(QString::number(symbolInk[QStringLiteral("Dark")])));
+    }
+
+    // System follows the desktop's colour-scheme setting as the settings portal gives it, live;
+    // Light and Dark ignore it.
+    void systemThemeFollowsTheDesktop_data()
+    {
+        QTest::addColumn<ThemeChoice>("choice");
+        QTest::addColumn<int>("desktop"); // the portal's value, or -1 for no portal
+        QTest::addColumn<Appearance>("expected");
+        QTest::addRow("system, desktop prefers dark") << ThemeChoice::system << 1 << Appearance::dark;
+        QTest::addRow("system, desktop prefers light") << ThemeChoice::system << 2 << Appearance::light;
+        QTest::addRow("system, no preference") << ThemeChoice::system << 0 << Appearance::light;
+        QTest::addRow("system, no portal") << ThemeChoice::system << -1 << Appearance::light;
+        QTest::addRow("light, desktop prefers dark") << ThemeChoice::light << 1 << Appearance::light;
+        QTest::addRow("dark, desktop prefers light") << ThemeChoice::dark << 2 << Appearance::dark;
+    }
+    void systemThemeFollowsTheDesktop()
+    {
+        QFETCH(ThemeChoice, choice);
+        QFETCH(int, desktop);
+        QFETCH(Appearance, expected);
+        QTemporaryDir folder;
+        ThemeController theme(folder.path());
+        theme.setChoice(choice);
+        if (desktop >= 0) {
+            theme.setDesktopColorScheme(static_cast<uint>(desktop));
+        }
+        QCOMPARE(theme.appearance(), expected);
+        QCOMPARE(QApplication::palette().color(QPalette::Window), colorsFor(expected).window);
+        // The desktop turning the other way later.
+        theme.setDesktopColorScheme(expected == Appearance::dark ? 2U : 1U);
+        const Appearance after = choice != ThemeChoice::system ? expected
+            : expected == Appearance::dark                     ? Appearance::light
+                                                               : Appearance::dark;
+        QCOMPARE(QApplication::palette().color(QPalette::Window), colorsFor(after).window);
+    }
+
+    // The theme picked is kept in the store's folder and applied again by the next window.
+    void themeChoiceSurvivesARestart()
+    {
+        SessionHarness harness;
+        QTemporaryDir folder;
+        {
+            AppStore store(folder.path().toStdString(), harness.keychain, harness.prompts);
+            MainWindow window(store, harness.prompts);
+            window.action(QStringLiteral("Dark"))->trigger();
+        }
+        applyAppearance(*qApp, Appearance::light); // as a new run starts
+        AppStore store(folder.path().toStdString(), harness.keychain, harness.prompts);
+        MainWindow window(store, harness.prompts);
+        QVERIFY(window.action(QStringLiteral("Dark"))->isChecked());
+        QCOMPARE(window.themeController()->choice(), ThemeChoice::dark);
+        QCOMPARE(QApplication::palette().color(QPalette::Window), colorsFor(Appearance::dark).window);
     }
 };
 
