@@ -4,8 +4,12 @@
 BUILD_PACKAGES=(cmake ninja-build g++ pkg-config qt6-base-dev libqt6svg6 libsecret-1-0 fonts-symbola libmariadb-dev qtkeychain-qt6-dev libssh-dev)
 # What scripts/test-server needs for its database servers, certificates, sshd and agent.
 SERVER_PACKAGES=(mariadb-server mariadb-client openssl openssh-server openssh-client)
-TEST_PACKAGES=(clang-format-16 "${SERVER_PACKAGES[@]}" dbus gnome-keyring xvfb xauth xdotool)
+TEST_PACKAGES=(clang-format-16 "${SERVER_PACKAGES[@]}" dbus gnome-keyring xvfb xauth xdotool weston qt6-wayland)
 BENCH_PACKAGES=(libbenchmark-dev time)
+# What scripts/package needs: dpkg-shlibdeps for the dependencies, fakeroot for root-owned files.
+PACKAGE_PACKAGES=(dpkg-dev fakeroot file git)
+# What scripts/test adds to check the package: lintian and the AppStream validator.
+PACKAGE_CHECK_PACKAGES=(lintian appstream)
 
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then

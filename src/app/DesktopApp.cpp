@@ -9,6 +9,7 @@
 #include "ui/Theme.h"
 #include "ui/ThemeController.h"
 #include "ui/WindowGeometry.h"
+#include "version/Version.h"
 
 #include <QApplication>
 #include <QIcon>
@@ -26,8 +27,9 @@ int runDesktop(int &argc, char **argv)
 {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Tallowick"));
-    QApplication::setApplicationVersion(QStringLiteral("1.0"));
-    QApplication::setDesktopFileName(QStringLiteral("tallowick"));
+    QApplication::setApplicationVersion(QString::fromUtf8(versionText));
+    // Names the installed desktop entry, whose icon a Wayland compositor shows for the window.
+    QApplication::setDesktopFileName(QStringLiteral("local.tallowick.Tallowick"));
     QApplication::setWindowIcon(QIcon(QPixmap::fromImage(drawAppIcon())));
     applyWorkspaceStyle(app);
     // The shared pool carries cancels, connection tests and keyring lookups, and a lookup may

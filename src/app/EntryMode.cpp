@@ -76,7 +76,14 @@ EntryMode chooseEntryMode(const std::vector<std::string> &arguments)
         }
     }
     if (const auto path = valueAfter(arguments, "--make-icon")) {
-        return MakeIconMode { *path };
+        if (std::find(arguments.begin(), arguments.end(), "--size") == arguments.end()) {
+            return MakeIconMode { *path };
+        }
+        const std::optional<std::string> size = valueAfter(arguments, "--size");
+        return MakeIconMode { *path, size ? parsePortArgument(*size).value_or(0) : 0 };
+    }
+    if (std::find(arguments.begin(), arguments.end(), "--version") != arguments.end()) {
+        return VersionMode {};
     }
     return DesktopMode {};
 }

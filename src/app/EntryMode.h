@@ -34,21 +34,28 @@ struct IntegrationTestMode {
     bool operator==(const IntegrationTestMode &) const = default;
 };
 
+// "--make-icon PATH [--size N]": the icon drawn N x N pixels (1024 without --size). A size that
+// is not a number is kept as 0, which the icon writer refuses with a message.
 struct MakeIconMode {
     std::string path;
+    std::int64_t size = 1024;
     bool operator==(const MakeIconMode &) const = default;
+};
+
+struct VersionMode {
+    bool operator==(const VersionMode &) const = default;
 };
 
 struct DesktopMode {
     bool operator==(const DesktopMode &) const = default;
 };
 
-using EntryMode = std::variant<SelfTestMode, IntegrationTestMode, MakeIconMode, DesktopMode>;
+using EntryMode = std::variant<SelfTestMode, IntegrationTestMode, MakeIconMode, VersionMode, DesktopMode>;
 
 // Chooses the one mode to run. Arguments are whole, case-sensitive strings matched anywhere in
-// the list, the program's own path included. "--self-test" wins over everything; a malformed or
-// missing port, a malformed --ssh, or a missing icon path, falls through to the desktop without
-// an error.
+// the list, the program's own path included. "--self-test" wins over everything, then the
+// integration checks, the icon and "--version"; a malformed or missing port, a malformed --ssh,
+// or a missing icon path, falls through to the next mode without an error.
 EntryMode chooseEntryMode(const std::vector<std::string> &arguments);
 
 // A base-10 signed 64-bit integer: optional "+" or "-", then digits only; overflow rejected.

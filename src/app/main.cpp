@@ -4,6 +4,7 @@
 #include "app/IntegrationChecks.h"
 #include "app/UnitChecks.h"
 #include "ui/AppIcon.h"
+#include "version/Version.h"
 
 #include <iostream>
 #include <mysql.h>
@@ -36,7 +37,11 @@ int main(int argc, char *argv[])
                     [&mode] { runIntegrationChecks(mode.port, mode.ca, mode.tunnel, std::cout); }, std::cerr);
             },
             [](const MakeIconMode &mode) {
-                return runNonInteractive([&mode] { createAppIcon(mode.path); }, std::cerr);
+                return runNonInteractive([&mode] { createAppIcon(mode.path, mode.size); }, std::cerr);
+            },
+            [](const VersionMode &) {
+                std::cout << "Tallowick " << versionText << '\n' << std::flush;
+                return 0;
             },
             [&argc, argv, &arguments](const DesktopMode &) {
                 return isCommand(arguments) ? runCommandLine(arguments, argc, argv) : runDesktop(argc, argv);

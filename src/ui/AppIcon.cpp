@@ -31,12 +31,13 @@ void drawRows(QPainter &painter, const std::array<int, N> &heights, const QColor
 
 } // namespace
 
-QImage drawAppIcon()
+QImage drawAppIcon(int size)
 {
-    QImage image(1024, 1024, QImage::Format_ARGB32_Premultiplied);
+    QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
+    painter.scale(size / 1024.0, size / 1024.0);
 
     QPainterPath tile;
     tile.addRoundedRect(QRectF(16, 16, 992, 992), 205, 205);
@@ -62,10 +63,13 @@ QImage drawAppIcon()
     return image;
 }
 
-void createAppIcon(const std::string &path)
+void createAppIcon(const std::string &path, std::int64_t size)
 {
+    if (size < 16 || size > 1024) {
+        throw AppError("The icon size must be a number from 16 to 1024.");
+    }
     QImageWriter writer(QString::fromStdString(path), "png");
-    if (!writer.write(drawAppIcon())) {
+    if (!writer.write(drawAppIcon(static_cast<int>(size)))) {
         throw AppError("Could not write the icon to " + path + ": " + writer.errorString().toStdString() + ".");
     }
 }

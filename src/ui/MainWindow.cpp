@@ -7,6 +7,7 @@
 #include "ui/SQLEditor.h"
 #include "ui/ThemeController.h"
 #include "ui/WindowGeometry.h"
+#include "version/Version.h"
 
 #include <QActionGroup>
 #include <QApplication>
@@ -65,7 +66,7 @@ QString guidePath()
 {
     const QStringList candidates {
         QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("Guide.md")),
-        QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("../share/tallowick/Guide.md")),
+        QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("../share/doc/tallowick/Guide.md")),
     };
     for (const QString &candidate : candidates) {
         if (QFile::exists(candidate)) {
@@ -293,7 +294,7 @@ void MainWindow::showAbout()
     QMessageBox box(this);
     box.setWindowTitle(QStringLiteral("About Tallowick"));
     box.setIconPixmap(windowIcon().pixmap(96, 96));
-    box.setText(QStringLiteral("<b>Tallowick</b><br>Version 1.0"));
+    box.setText(QStringLiteral("<b>Tallowick</b><br>Version ") + QString::fromUtf8(versionText).toHtmlEscaped());
     box.setInformativeText(QStringLiteral("A native MySQL and MariaDB workspace for Linux.<br>"
                                           "Qt 6 Widgets · MariaDB Connector/C<br>"
                                           "OpenSSL TLS · Secret Service keyring<br><br>"

@@ -75,8 +75,23 @@ void TestEntryMode::choosesMode_data()
     QTest::newRow("make-icon") << QStringList { "tallowick", "--make-icon", "out.png" }
                                << EntryMode(MakeIconMode { "out.png" });
     QTest::newRow("make-icon last falls through") << QStringList { "tallowick", "--make-icon" } << desktop;
+    QTest::newRow("make-icon with a size") << QStringList { "tallowick", "--size", "48", "--make-icon", "out.png" }
+                                           << EntryMode(MakeIconMode { "out.png", 48 });
+    QTest::newRow("make-icon with a word for a size is refused later")
+        << QStringList { "tallowick", "--make-icon", "out.png", "--size", "big" }
+        << EntryMode(MakeIconMode { "out.png", 0 });
+    QTest::newRow("make-icon with --size last is refused later")
+        << QStringList { "tallowick", "--make-icon", "out.png", "--size" } << EntryMode(MakeIconMode { "out.png", 0 });
+    QTest::newRow("version") << QStringList { "tallowick", "--version" } << EntryMode(VersionMode {});
+    QTest::newRow("make-icon wins over version")
+        << QStringList { "tallowick", "--version", "--make-icon", "out.png" } << EntryMode(MakeIconMode { "out.png" });
+    QTest::newRow("self-test wins over version")
+        << QStringList { "tallowick", "--version", "--self-test" } << EntryMode(SelfTestMode {});
+    QTest::newRow("broken make-icon falls to version")
+        << QStringList { "tallowick", "--version", "--make-icon" } << EntryMode(VersionMode {});
     QTest::newRow("matching is case-sensitive") << QStringList { "tallowick", "--Self-Test" } << desktop;
     QTest::newRow("matching is whole-argument") << QStringList { "tallowick", "--self-test=1" } << desktop;
+    QTest::newRow("version matching is whole-argument") << QStringList { "tallowick", "--version=1" } << desktop;
 }
 
 void TestEntryMode::choosesMode()
