@@ -138,8 +138,11 @@ void SshAbort::abort()
 void SshAbort::attach(int socket)
 {
     const std::lock_guard lock(m_mutex);
-    m_socket = socket;
-    if (m_aborted) {
+    // A duplicate of its own: shutting it down stops the socket, and its number cannot be taken
+    // by another file while it is held, whoever closes the original.
+    closeIfOpen(m_socket);
+    m_socket = ::fcntl(socket, F_DUPFD_CLOEXEC, 0);
+    if (m_aborted && m_socket >= 0) {
         ::shutdown(m_socket, SHUT_RDWR);
     }
 }
@@ -147,7 +150,7 @@ void SshAbort::attach(int socket)
 void SshAbort::detach()
 {
     const std::lock_guard lock(m_mutex);
-    m_socket = -1;
+    closeIfOpen(m_socket);
 }
 
 struct SshTunnel::Handles {
@@ -185,8 +188,7 @@ SshTunnel::SshTunnel(SshTunnelRequest request)
         if (m_request.abort) {
             m_request.abort->detach();
         }
-        m_ssh.reset();
-        closeIfOpen(m_socket);
+        closeConnection();
         closeIfOpen(m_listener);
         closeIfOpen(m_wake[0]);
         closeIfOpen(m_wake[1]);
@@ -209,8 +211,19 @@ SshTunnel::~SshTunnel()
     closeIfOpen(m_listener);
     closeIfOpen(m_wake[0]);
     closeIfOpen(m_wake[1]);
+    closeConnection();
+}
+
+void SshTunnel::closeConnection()
+{
+    // libssh closes a socket it was given when the connection fails under it, and leaves it open
+    // otherwise; closing a number it already closed could close another file that took it.
+    const bool closedByLibssh
+        = m_socketHandedOver && m_ssh && m_ssh->session && ssh_get_fd(m_ssh->session) == SSH_INVALID_SOCKET;
     m_ssh.reset();
-    // libssh leaves a socket it was given open.
+    if (closedByLibssh) {
+        m_socket = -1;
+    }
     closeIfOpen(m_socket);
 }
 
@@ -306,6 +319,7 @@ void SshTunnel::verifyHostKey()
     // The profile says everything: no ~/.ssh/config host aliases or proxy commands.
     ssh_options_set(session, SSH_OPTIONS_PROCESS_CONFIG, &no);
     ssh_options_set(session, SSH_OPTIONS_KNOWNHOSTS, m_request.knownHostsFile.c_str());
+    m_socketHandedOver = true;
     if (ssh_connect(session) != SSH_OK) {
         fail("could not start an SSH session with " + ssh.host + ":" + std::to_string(ssh.port) + " ("
             + ssh_get_error(session) + ").");

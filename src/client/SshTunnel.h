@@ -76,10 +76,12 @@ private:
     void pump();
     bool acceptOwnConnection();
     [[noreturn]] void fail(const std::string &what) const;
+    void closeConnection();
 
     const SshTunnelRequest m_request;
     std::unique_ptr<Handles> m_ssh;
     int m_socket = -1; // to the SSH host
+    bool m_socketHandedOver = false; // given to libssh, which may close it itself
     int m_listener = -1;
     int m_client = -1; // the accepted local connection
     int m_wake[2] = { -1, -1 }; // written to stop the pump

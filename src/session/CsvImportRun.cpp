@@ -53,6 +53,11 @@ std::size_t runCsvImport(MySQLConnection &client,
         throw AppError("This table's storage engine cannot roll back a failed import. Convert the table to InnoDB, "
                        "or use SQL import.");
     }
+    // START TRANSACTION would commit the user's own open transaction, and the import's
+    // ROLLBACK could then no longer take their changes back.
+    if (client.transactionOpen()) {
+        throw AppError("A transaction is open on this connection. Commit or roll it back before importing.");
+    }
     FileReader file(path);
     CsvImportReader reader(plan.nullMarkerIsNull);
     bool atEnd = false;

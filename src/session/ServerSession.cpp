@@ -24,7 +24,15 @@ namespace tallowick
 struct ServerSession::LaneState {
     std::unique_ptr<MySQLConnection> client; // touched only on the lane
     std::atomic<bool> sessionAlive { true };
+    // A job of the user's is running on the client (not a background read beside them): only
+    // then may Cancel stop the connection's statement.
+    std::atomic<bool> userJobRunning { false };
 };
+
+std::function<bool()> ServerSession::userJobRunning() const
+{
+    return [lane = m_lane] { return lane->userJobRunning.load(); };
+}
 
 ServerSession::ServerSession(
     ConnectionProfile profile, std::shared_ptr<Keychain> keychain, UserPrompts &prompts, QObject *parent)
@@ -124,7 +132,15 @@ bool ServerSession::enqueue(const std::string &title, Job job, Failed failed)
             if (!lane->client) {
                 throw AppError("The connection has closed.");
             }
-            Completion completion = job(*lane->client);
+            lane->userJobRunning = true;
+            Completion completion;
+            try {
+                completion = job(*lane->client);
+            } catch (...) {
+                lane->userJobRunning = false;
+                throw;
+            }
+            lane->userJobRunning = false;
             // Moved, not copied: a completion carries the whole result.
             postToMainThread(
                 guard, [completion = std::move(completion)](ServerSession &session) { session.finishJob(completion); });
@@ -209,6 +225,7 @@ void ServerSession::connect()
     // The password may take a while (the keyring can prompt), so it is read in the background
     // and the session counts as busy from here on.
     setBusy(true);
+    m_connectionID = 0;
     setStatus("Connecting to " + m_profile.endpoint() + "…");
     const QPointer<ServerSession> guard(this);
     runInBackground([guard, keychain = m_keychain, id = m_profile.id, tunnel = m_tunnel] {
@@ -338,6 +355,8 @@ void ServerSession::disconnect()
         lane->client.reset();
     });
     // Database, table, tabs, browser settings and builder stay, so a reconnect comes back here.
+    // The old connection's id may be given to another client once it has gone.
+    m_connectionID = 0;
     setConnected(false);
     setDatabases({});
     setTables({});

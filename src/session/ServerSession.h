@@ -287,6 +287,8 @@ private:
     // disconnected); what it returns then runs on the main thread. For background reading only:
     // the user's own jobs queue behind it.
     void alongside(std::function<Completion(MySQLConnection *)> job);
+    // Whether a job of the user's is running on the lane now; callable from any thread.
+    std::function<bool()> userJobRunning() const;
     void loadCatalog(const std::string &database);
     void catalogLoaded(const std::string &database,
         const std::optional<QueryResult> &tables,

@@ -120,9 +120,9 @@ void ServerSession::run(const std::optional<std::string> &sql)
             ServerSession &session, std::vector<QueryResult> results) {
             session.storeRunResults(targetId, text, std::move(results));
             if (schemaChanged) {
-                // Completion and the sidebar learn of new, changed and dropped tables.
+                // Read again when completion next needs it, not at once: a read now would come
+                // before the user's next statement and clear the warnings it may ask for.
                 session.m_catalogColumns.clear();
-                session.loadCatalog(session.m_database);
             }
         });
 }
@@ -175,7 +175,12 @@ void ServerSession::cancel()
     }
     // Never on the session's own lane: that is busy with the very statement to stop.
     const QPointer<ServerSession> guard(this);
-    runInBackground([guard, keychain = m_keychain, profile = m_profile, tunnel = m_tunnel, target = m_connectionID] {
+    runInBackground([guard,
+                        keychain = m_keychain,
+                        profile = m_profile,
+                        tunnel = m_tunnel,
+                        target = m_connectionID,
+                        running = userJobRunning()] {
         std::string password;
         std::string secret;
         try {
@@ -192,7 +197,11 @@ void ServerSession::cancel()
                 killer.setTunnel(tunnelRequest(*tunnel, secret));
             }
             killer.connect(password);
-            killer.query("KILL QUERY " + std::to_string(target));
+            // Connecting took a while: the user's job may have ended, and the connection may be
+            // reading the catalog instead, which must not be mistaken for it.
+            if (running()) {
+                killer.query("KILL QUERY " + std::to_string(target));
+            }
             killer.close();
         } catch (const std::exception &failure) {
             postToMainThread(guard, [message = std::string(failure.what())](ServerSession &session) {

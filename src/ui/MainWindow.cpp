@@ -220,8 +220,9 @@ QAction *MainWindow::action(const QString &title) const
 
 void MainWindow::flushEditor()
 {
-    // A large script's latest typing may still be held back in the editor.
-    if (auto *editor = qobject_cast<SQLEditor *>(QApplication::focusWidget())) {
+    // A large script's latest edits may still be held back in an editor: typed there, or
+    // replaced from its find bar while the focus was elsewhere.
+    for (SQLEditor *editor : findChildren<SQLEditor *>()) {
         editor->flushEdits();
     }
 }

@@ -180,10 +180,16 @@ QueryWorkspace::QueryWorkspace(ServerSession &session, QWidget *parent)
         }
     });
     QObject::connect(m_newTab, &QPushButton::clicked, this, [this] { m_session->newTab(""); });
-    QObject::connect(m_run, &QPushButton::clicked, this, [this] { m_session->run(); });
+    QObject::connect(m_run, &QPushButton::clicked, this, [this] {
+        m_editor->flushEdits(); // a large script's latest edits, made here or through the find bar
+        m_session->run();
+    });
     QObject::connect(m_explain, &QPushButton::clicked, this, &QueryWorkspace::explain);
     QObject::connect(m_open, &QPushButton::clicked, this, [this] { m_session->importSQL(); });
-    QObject::connect(m_save, &QPushButton::clicked, this, [this] { m_session->saveQuery(); });
+    QObject::connect(m_save, &QPushButton::clicked, this, [this] {
+        m_editor->flushEdits();
+        m_session->saveQuery();
+    });
     QObject::connect(m_export, &QPushButton::clicked, this, [this] { m_session->exportCSV(); });
     QObject::connect(m_editor, &SQLEditor::sqlEdited, this, [this](const QString &text) {
         // The edit belongs to the tab the editor was showing, even if another is active by now.
@@ -333,6 +339,7 @@ void QueryWorkspace::refreshCompletions()
 
 void QueryWorkspace::explain()
 {
+    m_editor->flushEdits();
     const QueryTab *tab = currentTab(*m_session);
     if (!tab || m_session->busy()) {
         return;

@@ -366,11 +366,15 @@ QStringList SQLEditor::completionsAtCursor()
     for (int i = 0; i < linesAfter && last.next().isValid(); ++i) {
         last = last.next();
     }
+    // And never more than a few thousand characters either side: a dump's lines can be megabytes.
+    constexpr int charactersBefore = 20'000;
+    constexpr int charactersAfter = 5'000;
     QTextCursor span(document());
-    span.setPosition(first.position());
-    span.setPosition(last.position() + last.length() - 1, QTextCursor::KeepAnchor);
+    span.setPosition(std::max(first.position(), at.position() - charactersBefore));
+    span.setPosition(
+        std::min(last.position() + last.length() - 1, at.position() + charactersAfter), QTextCursor::KeepAnchor);
     const QString window = span.selectedText().replace(QChar::ParagraphSeparator, u'\n');
-    const qsizetype split = at.position() - first.position();
+    const qsizetype split = at.position() - span.selectionStart();
     const QByteArray before = window.left(split).toUtf8();
     const QByteArray text = before + window.mid(split).toUtf8();
     const CompletionList list = completeAt(*m_catalog,
@@ -462,6 +466,10 @@ bool SQLEditor::event(QEvent *event)
 
 void SQLEditor::runStatementAtCursor()
 {
+    // A text still arriving may cut a statement short.
+    if (isLoading()) {
+        return;
+    }
     flushEdits();
     const QString script = toPlainText();
     const QByteArray utf8 = script.toUtf8();

@@ -266,6 +266,13 @@ void TestManagementApply::csvRefusals()
                      : QStringLiteral("This table's storage engine cannot roll back a failed import. "
                                       "Convert the table to InnoDB, or use SQL import."));
     }
+    // The user's own open transaction would be committed by the import's START TRANSACTION.
+    connection().query("START TRANSACTION");
+    connection().query("UPDATE people SET name = 'mine, not yet committed' WHERE id = 1");
+    QCOMPARE(errorFrom([&] { import(connection(), "people", "id,name\n2,row\n", 256); }),
+        QStringLiteral("A transaction is open on this connection. Commit or roll it back before importing."));
+    QVERIFY(connection().transactionOpen());
+    connection().query("ROLLBACK");
     QVERIFY(m_progress.isEmpty());
     QCOMPARE(people(connection()), (Grid { { text("1"), text("already here"), QVariant(), QVariant() } }));
     QCOMPARE(connection().query("SELECT COUNT(*) FROM archive").rows, std::vector<Row> { { "0" } });

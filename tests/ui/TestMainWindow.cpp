@@ -1,5 +1,6 @@
 #include "client/ClientThreadScope.h"
 #include "core/AppError.h"
+#include "core/FileText.h"
 #include "store/AppStore.h"
 #include "support/SessionHarness.h"
 #include "support/WidgetDriving.h"
@@ -315,6 +316,32 @@ private Q_SLOTS:
         QVERIFY(fixture.store.active()->tabs().back().dirty); // marked at once, the text still held
         QVERIFY(!fixture.window.close());
         QCOMPARE(fixture.asked(), QStringList { "Quit with unsaved query tabs?" });
+    }
+
+    // An edit of a large script made while the editor has no focus (as Replace All from the find
+    // bar makes it) still reaches the file the Save button writes.
+    void saveTakesALargeScriptsLatestEdit()
+    {
+        WindowFixture fixture;
+        QueryWorkspace *workspace = fixture.connect(fixture.harness.profile());
+        QVERIFY(workspace);
+        const QString script = QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 1);
+        fixture.store.active()->newTab(script.toStdString());
+        QVERIFY(QTest::qWaitFor([workspace] { return !workspace->editor()->isLoading(); }, 20000));
+        QTextCursor end(workspace->editor()->document());
+        end.movePosition(QTextCursor::End);
+        end.insertText(QStringLiteral("SELECT 'edited';\n"));
+        QVERIFY(workspace->editor()->hasPendingEdit());
+        const QString path = fixture.folder.filePath(QStringLiteral("saved.sql"));
+        fixture.harness.prompts.files = { path.toStdString() };
+        const QList<QPushButton *> buttons = workspace->findChildren<QPushButton *>();
+        const auto save = std::find_if(buttons.begin(), buttons.end(), [](const QPushButton *button) {
+            return button->text() == QStringLiteral("Save query file");
+        });
+        QVERIFY(save != buttons.end());
+        (*save)->click();
+        QVERIFY(QTest::qWaitFor([&path] { return QFile::exists(path); }, 10000));
+        QVERIFY(readWholeFile(path.toStdString()).endsWith("SELECT 'edited';\n"));
     }
 
     // The grid copies on its own key, not through a slot: the menu item must still reach it.
