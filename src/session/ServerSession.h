@@ -162,6 +162,9 @@ public:
 
     // Tabs, runs and cancelling.
     void newTab(const std::string &sql, const std::optional<std::string> &title = std::nullopt);
+    // Takes over the tabs of an earlier session of the same profile (its settings changed), so
+    // no unsaved query is lost with it. Nothing changes for an empty list.
+    void adoptTabs(QueryTabs tabs);
     void closeTab(const QUuid &id);
     void run(const std::optional<std::string> &sql = std::nullopt);
     void cancel();

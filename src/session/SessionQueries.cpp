@@ -41,6 +41,16 @@ void ServerSession::newTab(const std::string &sql, const std::optional<std::stri
     setActiveTab(tab.id);
 }
 
+void ServerSession::adoptTabs(QueryTabs tabs)
+{
+    if (tabs.empty()) {
+        return;
+    }
+    const QUuid active = tabs.front().id;
+    changeTabs([&tabs](QueryTabs &mine) { mine = std::move(tabs); });
+    setActiveTab(active);
+}
+
 void ServerSession::closeTab(const QUuid &id)
 {
     if (m_tabs.size() < 2) {

@@ -145,6 +145,10 @@ ServerSession *AppStore::session(const ConnectionProfile &profile)
     }
     auto *created = new ServerSession(profile, m_keychain, m_prompts, this);
     created->setTunnel(tunnel(profile.id));
+    if (const auto carried = m_carriedTabs.find(profile.id); carried != m_carriedTabs.end()) {
+        created->adoptTabs(std::move(carried->second));
+        m_carriedTabs.erase(carried);
+    }
     QObject::connect(created, &ServerSession::changed, this, &AppStore::changed);
     QObject::connect(created, &ServerSession::historyEntryCreated, this, &AppStore::appendHistory);
     m_sessions.emplace(profile.id, created);
@@ -241,6 +245,8 @@ void AppStore::finishSave(const ConnectionProfile &profile,
     // An idle session is rebuilt from the new settings on the next connect; a busy one is
     // never torn down under a running statement.
     if (const auto found = m_sessions.find(profile.id); found != m_sessions.end() && !found->second->busy()) {
+        // Its query tabs, saved or not, go on in the session made from the new settings.
+        m_carriedTabs[profile.id] = found->second->tabs();
         found->second->disconnect();
         dropSession(profile.id);
     }

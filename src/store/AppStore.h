@@ -2,6 +2,7 @@
 
 #include "core/ConnectionProfile.h"
 #include "core/QueryLog.h"
+#include "core/QueryTab.h"
 #include "core/SshTunnelSettings.h"
 
 #include <QObject>
@@ -150,6 +151,8 @@ private:
     bool m_showConnection = false;
     std::optional<ConnectionProfile> m_editingProfile;
     std::optional<SshTunnelSettings> m_editingTunnel;
+    // Query tabs of a session dropped for new settings, until the profile's next session.
+    std::map<QUuid, std::vector<QueryTab>> m_carriedTabs;
     SshTunnels m_tunnels;
     // Profiles removed while their save was still with the keyring: that save must not bring
     // them back.

@@ -263,7 +263,8 @@ void TestAppStore::quitWithAKeyringLookupPending()
 }
 
 // One session per profile, whose changes are the store's; saving the profile while the session
-// is idle drops it, so the next one is built from the new settings.
+// is idle drops it, so the next one is built from the new settings, with the old one's query
+// tabs, the unsaved included.
 void TestAppStore::sessionsAreSharedUntilTheirProfileChanges()
 {
     ConnectionProfile profile = profileNamed("Edited");
@@ -275,11 +276,20 @@ void TestAppStore::sessionsAreSharedUntilTheirProfileChanges()
     old->setFilter("anything");
     QVERIFY(storeChanges.count() >= 1);
 
+    old->newTab("SELECT 'not saved anywhere'", "Draft");
+    old->setTabSQL(old->tabs().back().id, "SELECT 'not saved anywhere yet'");
+
     profile.port = 3310;
     QCOMPARE(saveAndWait(profile, "pw"), std::nullopt);
     QVERIFY(m_store->sessions().empty());
     QVERIFY(QTest::qWaitFor([&old] { return old.isNull(); }, 5000));
-    QCOMPARE(m_store->session(profile)->profile().port, std::int64_t(3310));
+    ServerSession *renewed = m_store->session(profile);
+    QCOMPARE(renewed->profile().port, std::int64_t(3310));
+    // The unsaved query went on with the new settings.
+    QCOMPARE(renewed->tabs().size(), std::size_t(2));
+    QCOMPARE(renewed->tabs().back().title, std::string("Draft"));
+    QCOMPARE(renewed->tabs().back().sql, std::string("SELECT 'not saved anywhere yet'"));
+    QVERIFY(renewed->tabs().back().dirty);
 }
 
 // A tunnel is kept in its own 0600 file keyed by the profile's id, its passphrase in the keyring;
