@@ -1,5 +1,7 @@
 #include "core/ColumnInfo.h"
 
+#include "core/AsciiText.h"
+
 #include <algorithm>
 
 namespace tallowick
@@ -7,10 +9,7 @@ namespace tallowick
 
 bool ColumnInfo::generated() const
 {
-    std::string upper = extra;
-    std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) {
-        return static_cast<char>(c >= 'a' && c <= 'z' ? c - ('a' - 'A') : c);
-    });
+    const std::string upper = asciiUpper(extra);
     return upper.find("VIRTUAL GENERATED") != std::string::npos || upper.find("STORED GENERATED") != std::string::npos;
 }
 

@@ -1,5 +1,7 @@
 #include "core/InsertRows.h"
 
+#include "core/AsciiText.h"
+
 #include <algorithm>
 #include <iterator>
 #include <string>
@@ -13,12 +15,6 @@ namespace
 bool isBlank(char c)
 {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
-
-bool isWordChar(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$'
-        || static_cast<unsigned char>(c) >= 0x80;
 }
 
 // Reads the text left to right; every step either moves on or reports that the form is not one
@@ -60,7 +56,7 @@ public:
             }
         }
         const std::size_t end = m_pos + word.size();
-        if (end < m_text.size() && isWordChar(m_text[end])) {
+        if (end < m_text.size() && isSqlNameByte(m_text[end])) {
             return false;
         }
         m_pos = end;
@@ -112,7 +108,7 @@ public:
         int depth = 0;
         while (!atEnd()) {
             const char c = m_text[m_pos];
-            if (literalsOnly && isWordChar(c)) {
+            if (literalsOnly && isSqlNameByte(c)) {
                 if (!literalWord()) {
                     return false;
                 }
@@ -142,7 +138,7 @@ private:
     bool literalWord()
     {
         const std::size_t start = m_pos;
-        while (!atEnd() && isWordChar(m_text[m_pos])) {
+        while (!atEnd() && isSqlNameByte(m_text[m_pos])) {
             ++m_pos;
         }
         std::string word(m_text.substr(start, m_pos - start));
@@ -177,7 +173,7 @@ private:
             return quoted();
         }
         const std::size_t start = m_pos;
-        while (!atEnd() && isWordChar(m_text[m_pos])) {
+        while (!atEnd() && isSqlNameByte(m_text[m_pos])) {
             ++m_pos;
         }
         return m_pos > start;

@@ -1,5 +1,7 @@
 #include "core/SqlCompletion.h"
 
+#include "core/AsciiText.h"
+
 #include <algorithm>
 #include <array>
 #include <set>
@@ -175,40 +177,9 @@ constexpr std::array<std::string_view, 22> clauseWords { "ON",
     "LOCK",
     "PARTITION" };
 
-std::string upper(std::string_view text)
-{
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](unsigned char c) {
-        return static_cast<char>(c >= 'a' && c <= 'z' ? c - ('a' - 'A') : c);
-    });
-    return result;
-}
-
-bool startsWithIgnoringCase(std::string_view text, std::string_view prefix)
-{
-    return text.size() >= prefix.size()
-        && std::equal(prefix.begin(), prefix.end(), text.begin(), [](unsigned char a, unsigned char b) {
-               const auto fold = [](unsigned char c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; };
-               return fold(a) == fold(b);
-           });
-}
-
-bool equalIgnoringCase(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() && startsWithIgnoringCase(a, b);
-}
-
 template <std::size_t N> bool isOneOf(const std::string &upperWord, const std::array<std::string_view, N> &words)
 {
     return std::find(words.begin(), words.end(), upperWord) != words.end();
-}
-
-bool isWordByte(unsigned char c)
-{
-    // Bytes of multi-byte UTF-8 characters count as word bytes: identifiers may hold letters
-    // of any script.
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$'
-        || c >= 0x80;
 }
 
 struct Token {
@@ -276,8 +247,8 @@ StatementTokens tokenize(std::string_view text, std::size_t cursor, std::size_t 
         } else if (c == '/' && text.substr(i, 2) == "/*") {
             const std::size_t end = text.find("*/", i + 2);
             i = end == std::string_view::npos ? text.size() : end + 2;
-        } else if (isWordByte(static_cast<unsigned char>(c))) {
-            while (i < text.size() && isWordByte(static_cast<unsigned char>(text[i]))) {
+        } else if (isSqlNameByte(c)) {
+            while (i < text.size() && isSqlNameByte(text[i])) {
                 ++i;
             }
             push({ Token::word, std::string(text.substr(start, i - start)) }, start);
@@ -315,7 +286,7 @@ std::vector<TableReference> referencedTables(const std::vector<Token> &tokens)
     bool inTableList = false;
     for (std::size_t i = 0; i < tokens.size(); ++i) {
         const Token &token = tokens[i];
-        const std::string word = token.kind == Token::word ? upper(token.text) : std::string();
+        const std::string word = token.kind == Token::word ? asciiUpper(token.text) : std::string();
         const bool startsList = isOneOf(word, tableKeywords);
         if (!startsList && !(inTableList && token.kind == Token::comma)) {
             if (token.kind == Token::word && isOneOf(word, clauseWords)) {
@@ -336,13 +307,14 @@ std::vector<TableReference> referencedTables(const std::vector<Token> &tokens)
             next += 2;
         }
         std::size_t aliasAt = next + 1;
-        if (aliasAt < tokens.size() && tokens[aliasAt].kind == Token::word && upper(tokens[aliasAt].text) == "AS") {
+        if (aliasAt < tokens.size() && tokens[aliasAt].kind == Token::word
+            && asciiUpper(tokens[aliasAt].text) == "AS") {
             ++aliasAt;
         }
         if (aliasAt < tokens.size() && isName(tokens[aliasAt])
             && !(tokens[aliasAt].kind == Token::word
-                && (isOneOf(upper(tokens[aliasAt].text), clauseWords)
-                    || isOneOf(upper(tokens[aliasAt].text), keywords)))) {
+                && (isOneOf(asciiUpper(tokens[aliasAt].text), clauseWords)
+                    || isOneOf(asciiUpper(tokens[aliasAt].text), keywords)))) {
             reference.alias = tokens[aliasAt].text;
         }
         tables.push_back(std::move(reference));
@@ -359,7 +331,7 @@ bool wantsTable(const std::vector<Token> &before)
     }
     const Token &last = before.back();
     if (last.kind == Token::word) {
-        return isOneOf(upper(last.text), tableKeywords);
+        return isOneOf(asciiUpper(last.text), tableKeywords);
     }
     if (last.kind != Token::comma) {
         return false;
@@ -371,7 +343,7 @@ bool wantsTable(const std::vector<Token> &before)
             }
             continue;
         }
-        const std::string word = upper(token->text);
+        const std::string word = asciiUpper(token->text);
         if (word == "FROM") {
             return true;
         }
@@ -402,7 +374,7 @@ const std::vector<std::string> *tableColumns(
         return &exact->second;
     }
     for (const auto &[name, list] : *columns) {
-        if (equalIgnoringCase(name, table)) {
+        if (equalIgnoringAsciiCase(name, table)) {
             return &list;
         }
     }
@@ -419,7 +391,7 @@ public:
 
     void add(const std::string &text, CompletionKind kind)
     {
-        if (startsWithIgnoringCase(text, m_list.partial) && m_seen.insert(upper(text)).second) {
+        if (startsWithIgnoringAsciiCase(text, m_list.partial) && m_seen.insert(asciiUpper(text)).second) {
             m_list.items.push_back({ text, kind });
         }
     }
@@ -462,7 +434,7 @@ CompletionList completeAt(
 {
     cursor = std::min(cursor, text.size());
     std::size_t partialStart = cursor;
-    while (partialStart > 0 && isWordByte(static_cast<unsigned char>(text[partialStart - 1]))) {
+    while (partialStart > 0 && isSqlNameByte(text[partialStart - 1])) {
         --partialStart;
     }
     CompletionList list;
@@ -489,10 +461,11 @@ CompletionList completeAt(
             return list;
         }
         const bool afterTableKeyword = before.size() >= 3 && before[before.size() - 3].kind == Token::word
-            && isOneOf(upper(before[before.size() - 3].text), tableKeywords);
+            && isOneOf(asciiUpper(before[before.size() - 3].text), tableKeywords);
         for (const TableReference &table : tables) {
             if (!afterTableKeyword
-                && (equalIgnoringCase(table.alias, qualifier) || (table.alias.empty() && table.table == qualifier))) {
+                && (equalIgnoringAsciiCase(table.alias, qualifier)
+                    || (table.alias.empty() && table.table == qualifier))) {
                 const std::string database = table.database.empty() ? currentDatabase : table.database;
                 collector.needDatabase(catalog, database);
                 if (const auto *columns = tableColumns(catalog, database, table.table)) {

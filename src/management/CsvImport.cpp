@@ -1,6 +1,7 @@
 #include "management/CsvImport.h"
 
 #include "core/AppError.h"
+#include "core/AsciiText.h"
 #include "core/FileText.h"
 #include "core/SqlQuoting.h"
 #include "core/Utf8Text.h"
@@ -17,15 +18,6 @@ namespace
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view nullMarker = "\\N";
 
-std::string lower(std::string_view text)
-{
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](unsigned char c) {
-        return static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
-    });
-    return result;
-}
-
 // The column a header name stands for: the exact name first, then the same name in another case.
 const ColumnInfo *matchingColumn(const std::string &name, const std::vector<ColumnInfo> &columns)
 {
@@ -34,9 +26,9 @@ const ColumnInfo *matchingColumn(const std::string &name, const std::vector<Colu
     if (exact != columns.end()) {
         return &*exact;
     }
-    const std::string folded = lower(name);
+    const std::string folded = asciiLower(name);
     const auto loose = std::find_if(
-        columns.begin(), columns.end(), [&](const ColumnInfo &column) { return lower(column.name) == folded; });
+        columns.begin(), columns.end(), [&](const ColumnInfo &column) { return asciiLower(column.name) == folded; });
     return loose != columns.end() ? &*loose : nullptr;
 }
 
@@ -131,7 +123,7 @@ std::vector<std::string> csvHeaderColumns(
 {
     std::set<std::string> seen;
     for (const std::string &name : header) {
-        if (!seen.insert(lower(name)).second) {
+        if (!seen.insert(asciiLower(name)).second) {
             throw AppError("CSV headers must be unique.");
         }
     }

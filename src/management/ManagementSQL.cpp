@@ -1,6 +1,7 @@
 #include "management/ManagementSQL.h"
 
 #include "core/AppError.h"
+#include "core/AsciiText.h"
 #include "core/SqlQuoting.h"
 #include "core/Utf8Text.h"
 
@@ -19,26 +20,6 @@ const std::string simpleTypeMessage
     = "Enter a simple SQL type such as VARCHAR(255), DECIMAL(10,2), or BIGINT UNSIGNED. "
       "Use the SQL editor for complex types.";
 
-// Only ASCII: type names and keywords are ASCII, and a non-ASCII letter must stay as typed so the
-// simple-type check refuses it.
-std::string upper(std::string_view text)
-{
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](unsigned char c) {
-        return static_cast<char>(c >= 'a' && c <= 'z' ? c - ('a' - 'A') : c);
-    });
-    return result;
-}
-
-std::string lower(std::string_view text)
-{
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](unsigned char c) {
-        return static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
-    });
-    return result;
-}
-
 bool contains(std::string_view text, std::string_view part)
 {
     return text.find(part) != std::string_view::npos;
@@ -46,7 +27,7 @@ bool contains(std::string_view text, std::string_view part)
 
 bool isCurrentTimestamp(std::string_view value)
 {
-    const std::string word = upper(value);
+    const std::string word = asciiUpper(value);
     return word == "CURRENT_TIMESTAMP" || word == "CURRENT_TIMESTAMP()";
 }
 
@@ -114,7 +95,7 @@ std::string createTable(const ManagementDraft &draft, const ManagementContext &c
     for (const ColumnDraft &row : draft.columns) {
         items.push_back(columnDefinition(row));
         // The server compares column names without regard to case.
-        if (!seen.insert(lower(row.name)).second) {
+        if (!seen.insert(asciiLower(row.name)).second) {
             throw AppError("Column names must be unique.");
         }
         if (row.primary) {
@@ -137,7 +118,7 @@ std::string modifyColumn(const ManagementDraft &draft, const ManagementContext &
     if (column.generated()) {
         throw AppError("Use the SQL editor to modify generated columns.");
     }
-    if (contains(upper(column.extra), "DEFAULT_GENERATED")
+    if (contains(asciiUpper(column.extra), "DEFAULT_GENERATED")
         && !(column.defaultValue && isCurrentTimestamp(*column.defaultValue))) {
         throw AppError("Use the SQL editor to preserve this column's expression default.");
     }
@@ -215,7 +196,7 @@ std::string columnDefinition(const ColumnDraft &draft, const std::optional<Colum
     if (draft.name.empty()) {
         throw AppError("Every column needs a name.");
     }
-    const std::string type = upper(trimWhitespace(draft.type));
+    const std::string type = asciiUpper(trimWhitespace(draft.type));
     if (!isSimpleType(type)) {
         throw AppError(simpleTypeMessage);
     }
@@ -237,7 +218,7 @@ std::string columnDefinition(const ColumnDraft &draft, const std::optional<Colum
         text += " AUTO_INCREMENT";
     }
     if (existing) {
-        if (contains(lower(existing->extra), "on update current_timestamp")) {
+        if (contains(asciiLower(existing->extra), "on update current_timestamp")) {
             text += " ON UPDATE CURRENT_TIMESTAMP";
         }
         if (!existing->comment.empty()) {
@@ -283,10 +264,10 @@ ColumnDraft draftFromColumn(const ColumnInfo &column)
 {
     ColumnDraft draft;
     draft.name = column.name;
-    draft.type = upper(column.type);
+    draft.type = asciiUpper(column.type);
     draft.nullable = column.nullable;
     draft.primary = column.primary;
-    draft.autoIncrement = contains(lower(column.extra), "auto_increment");
+    draft.autoIncrement = contains(asciiLower(column.extra), "auto_increment");
     draft.defaultValue = column.defaultValue.value_or("");
     return draft;
 }

@@ -2,6 +2,7 @@
 #include "client/ClientThreadScope.h"
 #include "client/MySQLConnection.h"
 #include "core/AppError.h"
+#include "core/AsciiText.h"
 #include "core/MainThread.h"
 #include "core/SQL.h"
 #include "credentials/Keychain.h"
@@ -23,10 +24,7 @@ namespace
 // Statements that may carry credentials never reach the history.
 bool mayHoldCredentials(const std::string &text)
 {
-    std::string upper = text;
-    std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) {
-        return static_cast<char>(c >= 'a' && c <= 'z' ? c - ('a' - 'A') : c);
-    });
+    const std::string upper = asciiUpper(text);
     return upper.find("IDENTIFIED") != std::string::npos || upper.find("PASSWORD") != std::string::npos;
 }
 

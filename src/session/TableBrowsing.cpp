@@ -1,6 +1,7 @@
 #include "session/TableBrowsing.h"
 
 #include "core/AppError.h"
+#include "core/AsciiText.h"
 #include "core/SqlQuoting.h"
 
 #include <QString>
@@ -46,11 +47,7 @@ QStringView runAt(const QString &text, qsizetype position)
 
 bool isBlobType(const std::string &type)
 {
-    std::string lower = type;
-    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) {
-        return static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
-    });
-    return lower.find("blob") != std::string::npos;
+    return asciiLower(type).find("blob") != std::string::npos;
 }
 
 } // namespace

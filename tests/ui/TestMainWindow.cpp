@@ -68,6 +68,19 @@ struct WindowFixture {
         return ready ? window.rootView()->sessionView(profile.id)->queryWorkspace() : nullptr;
     }
 
+    // Connects, opens a script over the editor's large-text size in a new tab, and waits until
+    // it has loaded; the query workspace, or null.
+    QueryWorkspace *openLargeScript()
+    {
+        QueryWorkspace *workspace = connect(harness.profile());
+        if (!workspace) {
+            return nullptr;
+        }
+        const QString script = QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 1);
+        store.active()->newTab(script.toStdString());
+        return QTest::qWaitFor([workspace] { return !workspace->editor()->isLoading(); }, 20000) ? workspace : nullptr;
+    }
+
     QStringList asked() const
     {
         QStringList texts;
@@ -304,11 +317,8 @@ private Q_SLOTS:
     void closingRightAfterTypingAsksAboutTheUnsavedTab()
     {
         WindowFixture fixture;
-        QueryWorkspace *workspace = fixture.connect(fixture.harness.profile());
+        QueryWorkspace *workspace = fixture.openLargeScript();
         QVERIFY(workspace);
-        const QString script = QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 1);
-        fixture.store.active()->newTab(script.toStdString());
-        QVERIFY(QTest::qWaitFor([workspace] { return !workspace->editor()->isLoading(); }, 20000));
         QVERIFY(!fixture.store.active()->tabs().back().dirty);
         workspace->editor()->setFocus();
         QTest::keyClicks(workspace->editor(), QStringLiteral("x"));
@@ -323,11 +333,8 @@ private Q_SLOTS:
     void saveTakesALargeScriptsLatestEdit()
     {
         WindowFixture fixture;
-        QueryWorkspace *workspace = fixture.connect(fixture.harness.profile());
+        QueryWorkspace *workspace = fixture.openLargeScript();
         QVERIFY(workspace);
-        const QString script = QStringLiteral("SELECT 1;\n").repeated(SQLEditor::largeTextCharacters / 10 + 1);
-        fixture.store.active()->newTab(script.toStdString());
-        QVERIFY(QTest::qWaitFor([workspace] { return !workspace->editor()->isLoading(); }, 20000));
         QTextCursor end(workspace->editor()->document());
         end.movePosition(QTextCursor::End);
         end.insertText(QStringLiteral("SELECT 'edited';\n"));
