@@ -325,7 +325,7 @@ void ServerSession::connectionOpened(
     setDatabases(databaseNames(databases));
     setStatus("Connected · MySQL " + version);
     // The server may have changed while the session was away.
-    m_catalogColumns.clear();
+    forgetCatalog();
     // Coming back to a database kept from before a reconnect.
     if (!m_database.empty()) {
         loadTables(m_database);
@@ -417,11 +417,13 @@ void ServerSession::setMode(WorkspaceMode mode)
 
 void ServerSession::setDatabases(const StringList &value)
 {
+    m_catalogSnapshot.reset();
     assign(m_databases, value, &ServerSession::databasesChanged);
 }
 
 void ServerSession::setTables(const TableLists &value)
 {
+    m_catalogSnapshot.reset();
     assign(m_tables, value, &ServerSession::tablesChanged);
 }
 

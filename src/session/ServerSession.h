@@ -149,7 +149,8 @@ public:
 
     // Completion's view of the schema: the databases, the tables of each database listed so far,
     // and the columns of each database whose catalog has been read.
-    SchemaCatalog catalog() const;
+    // One snapshot, shared with its readers until the databases, tables or columns change.
+    std::shared_ptr<const SchemaCatalog> catalog() const;
     // Reads a database's tables and columns in the background (once; again after a schema
     // change), for names the editor meets in a statement.
     void requestCatalog(const std::string &database);
@@ -293,6 +294,8 @@ private:
     // Whether a job of the user's is running on the lane now; callable from any thread.
     std::function<bool()> userJobRunning() const;
     void loadCatalog(const std::string &database);
+    // Drops what was read of one database's columns, or of all, to be read again on request.
+    void forgetCatalog(const std::optional<std::string> &database = std::nullopt);
     void catalogLoaded(const std::string &database,
         const std::optional<QueryResult> &tables,
         const std::optional<QueryResult> &columns);
@@ -345,6 +348,7 @@ private:
     StringList m_databases;
     TableLists m_tables;
     std::map<std::string, std::map<std::string, std::vector<std::string>>> m_catalogColumns;
+    mutable std::shared_ptr<const SchemaCatalog> m_catalogSnapshot;
     std::set<std::string> m_catalogLoading;
     ColumnList m_columns;
     QueryResult m_tableResult;

@@ -19,13 +19,23 @@ constexpr std::int64_t catalogRowLimit = 2'000'000;
 
 } // namespace
 
-SchemaCatalog ServerSession::catalog() const
+std::shared_ptr<const SchemaCatalog> ServerSession::catalog() const
 {
-    SchemaCatalog catalog;
-    catalog.databases = m_databases;
-    catalog.tables = m_tables;
-    catalog.columns = m_catalogColumns;
-    return catalog;
+    if (!m_catalogSnapshot) {
+        m_catalogSnapshot
+            = std::make_shared<const SchemaCatalog>(SchemaCatalog { m_databases, m_tables, m_catalogColumns });
+    }
+    return m_catalogSnapshot;
+}
+
+void ServerSession::forgetCatalog(const std::optional<std::string> &database)
+{
+    if (database) {
+        m_catalogColumns.erase(*database);
+    } else {
+        m_catalogColumns.clear();
+    }
+    m_catalogSnapshot.reset();
 }
 
 void ServerSession::requestCatalog(const std::string &database)
@@ -77,6 +87,7 @@ void ServerSession::catalogLoaded(
     if (!tables || !columns) {
         // Not asked again until the schema changes: the editor asks on every keystroke.
         m_catalogColumns[database] = {};
+        m_catalogSnapshot.reset();
         return;
     }
     std::map<std::string, std::vector<std::string>> byTable;
@@ -86,7 +97,9 @@ void ServerSession::catalogLoaded(
         }
     }
     m_catalogColumns[database] = std::move(byTable);
-    if (std::vector<TableInfo> listed = tableListFrom(*tables); m_tables[database] != listed) {
+    m_catalogSnapshot.reset();
+    std::vector<TableInfo> listed = tableListFrom(*tables);
+    if (const auto known = m_tables.find(database); known == m_tables.end() || known->second != listed) {
         TableLists updated = m_tables;
         updated[database] = std::move(listed);
         setTables(updated);

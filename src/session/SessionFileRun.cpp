@@ -136,7 +136,7 @@ void ServerSession::startFileRun(const std::string &path, const std::string &lea
                 session.setTables(tables);
             }
             // A file may have changed any schema.
-            session.m_catalogColumns.clear();
+            session.forgetCatalog();
             session.loadCatalog(session.m_database);
             const std::string count = std::to_string(result.outcome.statements) + " statements";
             session.setStatus(result.outcome.cancelled

@@ -32,7 +32,7 @@ void ServerSession::reloadAfter(ManagementSheet kind, const std::string &databas
     }
     if (kind == ManagementSheet::createTable || kind == ManagementSheet::addColumn
         || kind == ManagementSheet::modifyColumn) {
-        m_catalogColumns.erase(database);
+        forgetCatalog(database);
         loadCatalog(database);
     }
 }

@@ -130,7 +130,7 @@ void ServerSession::run(const std::optional<std::string> &sql)
             if (schemaChanged) {
                 // Read again when completion next needs it, not at once: a read now would come
                 // before the user's next statement and clear the warnings it may ask for.
-                session.m_catalogColumns.clear();
+                session.forgetCatalog();
             }
         });
 }

@@ -334,7 +334,7 @@ void QueryWorkspace::refreshCompletions()
         }
     }
     m_editor->setCompletionWords(words);
-    m_editor->setCatalog(std::make_shared<const SchemaCatalog>(m_session->catalog()), m_session->database());
+    m_editor->setCatalog(m_session->catalog(), m_session->database());
 }
 
 void QueryWorkspace::explain()

@@ -128,7 +128,7 @@ void TestServerSession::completionCatalogFollowsTheSchema()
     QVERIFY(connectAndSettle(*m_session));
     const std::string database = m_scratch->name();
     const auto columnsOf = [this](const std::string &db, const std::string &table) {
-        const SchemaCatalog catalog = m_session->catalog();
+        const SchemaCatalog catalog = *m_session->catalog();
         const auto tables = catalog.columns.find(db);
         if (tables == catalog.columns.end()) {
             return std::vector<std::string> {};
@@ -149,7 +149,7 @@ void TestServerSession::completionCatalogFollowsTheSchema()
     m_harness->prompts.confirmations = { true };
     m_session->run("CREATE TABLE pets (id INT PRIMARY KEY, owner INT)");
     QVERIFY(settle(*m_session));
-    QVERIFY(!m_session->catalog().columns.contains(database));
+    QVERIFY(!m_session->catalog()->columns.contains(database));
     m_session->requestCatalog(database);
     QVERIFY(QTest::qWaitFor(
         [&] {
@@ -163,7 +163,7 @@ void TestServerSession::completionCatalogFollowsTheSchema()
     m_session->requestCatalog("mysql");
     QVERIFY(QTest::qWaitFor([&] { return !columnsOf("mysql", "user").empty(); }, 20000));
     m_session->requestCatalog("no_such_database"); // not a database of the server: nothing is read
-    QVERIFY(!m_session->catalog().columns.contains("no_such_database"));
+    QVERIFY(!m_session->catalog()->columns.contains("no_such_database"));
 }
 
 // A session may go while its job runs (see parallelSessionsAndOneDestroyedMidJob).
