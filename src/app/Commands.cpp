@@ -55,10 +55,9 @@ std::optional<SshTunnelSettings> savedTunnel(const ConnectionProfile &profile)
     return found == tunnels.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::string password(const CommandRequest &request, const ConnectionProfile &profile)
+std::string password(const CommandRequest &request, const ConnectionProfile &profile, Keychain &keychain)
 {
     if (!request.passwordStdin) {
-        Keychain keychain(std::make_shared<QtKeychainStore>(), std::make_shared<CredentialMemoryCache>());
         return keychain.load(profile.id);
     }
     std::string line;
@@ -218,11 +217,11 @@ void execute(const CommandRequest &request)
         throw AppError("The connection \"" + profile.name
             + "\" is read-only; --verify creates a scratch database. Export without --verify.");
     }
-    const std::string secret = password(request, profile);
+    Keychain keychain(std::make_shared<QtKeychainStore>(), std::make_shared<CredentialMemoryCache>());
+    const std::string secret = password(request, profile, keychain);
     const ClientThreadScope scope;
     MySQLConnection connection(profile);
     if (const std::optional<SshTunnelSettings> tunnel = savedTunnel(profile)) {
-        Keychain keychain(std::make_shared<QtKeychainStore>(), std::make_shared<CredentialMemoryCache>());
         SshTunnelRequest through = tunnelRequest(*tunnel, loadSshSecret(keychain, profile.id, tunnel));
         through.acceptNewHostKey = [accept = request.acceptNewHostKey](const SshHostKey &key) -> bool {
             if (!accept) {
